@@ -1,0 +1,208 @@
+#include "Classes/PropertyList.h"
+
+#include <plist/plist.h>
+
+#include <climits>
+#include <cmath>
+#include <memory>
+
+#include "Classes/Unicode.h"
+
+namespace ferncast {
+namespace {
+
+// Seconds from 1970-01-01 to 2001-01-01, the epoch of property-list dates.
+constexpr double kPropertyListEpoch = 978307200.0;
+
+struct PlistDeleter {
+  void operator()(plist_t node) const { plist_free(node); }
+};
+using PlistPtr = std::unique_ptr<std::remove_pointer_t<plist_t>, PlistDeleter>;
+
+plist_t toPlist(const Value& value) {
+  struct Visitor {
+    plist_t operator()(const Null&) const { return plist_new_uid(0); }
+    plist_t operator()(bool b) const { return plist_new_bool(b ? 1 : 0); }
+    plist_t operator()(std::int64_t i) const {
+      return plist_new_uint(static_cast<std::uint64_t>(i));
+    }
+    plist_t operator()(float f) const { return plist_new_real(f); }
+    plist_t operator()(double d) const { return plist_new_real(d); }
+    plist_t operator()(const std::u16string& s) const {
+      return plist_new_string(utf16ToUtf8(s).c_str());
+    }
+    plist_t operator()(const Data& d) const {
+      return plist_new_data(reinterpret_cast<const char*>(d.data()), d.size());
+    }
+    plist_t operator()(const Date& d) const {
+      double relative = d.secondsSince1970 - kPropertyListEpoch;
+      double whole = std::floor(relative);
+      if (whole < INT32_MIN) whole = INT32_MIN;
+      if (whole > INT32_MAX) whole = INT32_MAX;
+      auto micro = static_cast<std::int32_t>(std::lround((relative - whole) * 1e6));
+      return plist_new_date(static_cast<std::int32_t>(whole), micro);
+    }
+    plist_t operator()(const Array& a) const {
+      plist_t array = plist_new_array();
+      for (const Value& item : a) plist_array_append_item(array, toPlist(item));
+      return array;
+    }
+    plist_t operator()(const Dictionary& d) const {
+      plist_t dict = plist_new_dict();
+      for (const auto& [key, item] : d) {
+        plist_dict_set_item(dict, utf16ToUtf8(key).c_str(), toPlist(item));
+      }
+      return dict;
+    }
+  };
+  return std::visit(Visitor{}, value.storage());
+}
+
+std::optional<Value> fromPlist(plist_t node, std::size_t depthLeft) {
+  switch (plist_get_node_type(node)) {
+    case PLIST_BOOLEAN: {
+      std::uint8_t b = 0;
+      plist_get_bool_val(node, &b);
+      return Value(b != 0);
+    }
+    case PLIST_UINT: {
+      std::uint64_t u = 0;
+      plist_get_uint_val(node, &u);
+      return Value(static_cast<std::int64_t>(u));
+    }
+    case PLIST_REAL: {
+      double d = 0;
+      plist_get_real_val(node, &d);
+      return Value(d);
+    }
+    case PLIST_STRING:
+    case PLIST_KEY: {
+      std::uint64_t length = 0;
+      const char* text = plist_get_string_ptr(node, &length);
+      return Value(utf8ToUtf16(std::string_view(text ? text : "", text ? length : 0)));
+    }
+    case PLIST_DATA: {
+      std::uint64_t length = 0;
+      const char* bytes = plist_get_data_ptr(node, &length);
+      const auto* begin = reinterpret_cast<const std::uint8_t*>(bytes);
+      return Value(bytes ? Data(begin, begin + length) : Data());
+    }
+    case PLIST_DATE: {
+      std::int32_t sec = 0, usec = 0;
+      plist_get_date_val(node, &sec, &usec);
+      return Value(Date{kPropertyListEpoch + sec + usec / 1e6});
+    }
+    case PLIST_UID: {
+      std::uint64_t uid = 0;
+      plist_get_uid_val(node, &uid);
+      if (uid == 0) return Value(Null{});
+      return Value(static_cast<std::int64_t>(uid));
+    }
+    case PLIST_ARRAY: {
+      if (depthLeft == 0) return std::nullopt;
+      Array array;
+      std::uint32_t count = plist_array_get_size(node);
+      array.reserve(count);
+      for (std::uint32_t i = 0; i < count; ++i) {
+        auto item = fromPlist(plist_array_get_item(node, i), depthLeft - 1);
+        if (!item) return std::nullopt;
+        array.push_back(std::move(*item));
+      }
+      return Value(std::move(array));
+    }
+    case PLIST_DICT: {
+      if (depthLeft == 0) return std::nullopt;
+      Dictionary dict;
+      plist_dict_iter iter = nullptr;
+      plist_dict_new_iter(node, &iter);
+      for (;;) {
+        char* key = nullptr;
+        plist_t item = nullptr;
+        plist_dict_next_item(node, iter, &key, &item);
+        if (!item) {
+          free(key);
+          break;
+        }
+        auto converted = fromPlist(item, depthLeft - 1);
+        std::u16string name = utf8ToUtf16(key ? key : "");
+        free(key);
+        if (!converted) {
+          free(iter);
+          return std::nullopt;
+        }
+        dict.insert_or_assign(std::move(name), std::move(*converted));
+      }
+      free(iter);
+      return Value(std::move(dict));
+    }
+    default:
+      return std::nullopt;
+  }
+}
+
+}  // namespace
+
+std::size_t Value::kindIndex() const {
+  // float and double share the Real kind; later alternatives shift down by one.
+  std::size_t index = storage_.index();
+  return index >= 4 ? index - 1 : index;
+}
+
+std::optional<double> Value::number() const {
+  if (auto f = as<float>()) return *f;
+  if (auto d = as<double>()) return *d;
+  if (auto i = as<std::int64_t>()) return static_cast<double>(*i);
+  return std::nullopt;
+}
+
+bool Value::operator==(const Value& other) const { return storage_ == other.storage_; }
+
+const Value* valueForKey(const Value& value, std::u16string_view key) {
+  const Dictionary* dict = value.as<Dictionary>();
+  if (!dict) return nullptr;
+  auto found = dict->find(std::u16string(key));
+  return found == dict->end() ? nullptr : &found->second;
+}
+
+Dictionary dictionaryWithObjectsAndKeys(
+    std::initializer_list<std::pair<std::u16string_view, std::optional<Value>>> pairs) {
+  Dictionary dict;
+  for (const auto& [key, value] : pairs) {
+    if (!value) break;
+    dict.insert_or_assign(std::u16string(key), *value);
+  }
+  return dict;
+}
+
+std::vector<std::uint8_t> binaryPropertyList(const Value& value) {
+  PlistPtr root(toPlist(value));
+  char* bytes = nullptr;
+  std::uint32_t length = 0;
+  plist_to_bin(root.get(), &bytes, &length);
+  std::vector<std::uint8_t> result(bytes, bytes + (bytes ? length : 0));
+  plist_to_bin_free(bytes);
+  return result;
+}
+
+std::string xmlPropertyList(const Value& value) {
+  PlistPtr root(toPlist(value));
+  char* text = nullptr;
+  std::uint32_t length = 0;
+  plist_to_xml(root.get(), &text, &length);
+  std::string result(text ? text : "", text ? length : 0);
+  plist_to_xml_free(text);
+  return result;
+}
+
+std::optional<Value> propertyListFromBytes(const std::uint8_t* bytes, std::size_t length,
+                                           std::size_t maxDepth) {
+  if (!bytes || length == 0 || length > UINT32_MAX) return std::nullopt;
+  plist_t parsed = nullptr;
+  plist_from_memory(reinterpret_cast<const char*>(bytes), static_cast<std::uint32_t>(length),
+                    &parsed);
+  if (!parsed) return std::nullopt;
+  PlistPtr root(parsed);
+  return fromPlist(root.get(), maxDepth);
+}
+
+}  // namespace ferncast

@@ -1,0 +1,13 @@
+# Every package named here is installed by scripts/setup.sh.
+find_package(PkgConfig REQUIRED)
+find_package(ICU 72 REQUIRED COMPONENTS uc i18n data)
+find_package(ZLIB REQUIRED)
+find_package(CLI11 REQUIRED)
+pkg_check_modules(PLIST REQUIRED IMPORTED_TARGET libplist-2.0)
+find_package(Threads REQUIRED)
+if(FERNCAST_TESTS)
+  find_package(GTest REQUIRED)
+endif()
+if(FERNCAST_BENCH)
+  find_package(benchmark REQUIRED)
+endif()

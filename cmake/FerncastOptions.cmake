@@ -1,0 +1,35 @@
+# Compiler flags shared by every target of the project.
+add_library(ferncast_flags INTERFACE)
+target_compile_options(ferncast_flags INTERFACE
+  -Wall -Wextra -Wpedantic -Wnon-virtual-dtor -Wcast-align
+  -Wno-missing-field-initializers)
+if(FERNCAST_WERROR)
+  target_compile_options(ferncast_flags INTERFACE -Werror)
+endif()
+if(FERNCAST_SANITIZE)
+  target_compile_options(ferncast_flags INTERFACE
+    -fsanitize=address,undefined -fno-omit-frame-pointer -fno-sanitize-recover=undefined)
+  target_link_options(ferncast_flags INTERFACE -fsanitize=address,undefined)
+endif()
+if(FERNCAST_FUZZ)
+  target_compile_options(ferncast_flags INTERFACE -fsanitize=fuzzer-no-link)
+endif()
+
+# ferncast_library(NAME GLOB... [EXCLUDE regex] LINK libs...)
+# A subsystem library made of the sources that match the globs in its folder.
+function(ferncast_library name)
+  cmake_parse_arguments(ARG "" "EXCLUDE" "SOURCES;LINK" ${ARGN})
+  file(GLOB sources CONFIGURE_DEPENDS ${ARG_SOURCES})
+  if(ARG_EXCLUDE)
+    list(FILTER sources EXCLUDE REGEX "${ARG_EXCLUDE}")
+  endif()
+  if(sources)
+    add_library(${name} STATIC ${sources})
+    target_link_libraries(${name} PUBLIC ${ARG_LINK} PRIVATE ferncast_flags)
+    target_include_directories(${name} PUBLIC ${PROJECT_SOURCE_DIR})
+  else()
+    add_library(${name} INTERFACE)
+    target_link_libraries(${name} INTERFACE ${ARG_LINK})
+    target_include_directories(${name} INTERFACE ${PROJECT_SOURCE_DIR})
+  endif()
+endfunction()

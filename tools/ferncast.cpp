@@ -1,0 +1,37 @@
+// ferncast <area> <verb> [options] [FILE|-]: every capability of the library and the helper.
+#include <signal.h>
+
+#include <cstdio>
+#include <vector>
+
+#include "tools/ferncast_cli.h"
+
+namespace ferncast::cli {
+std::vector<Area>& registeredAreas();
+}
+
+int main(int argc, char** argv) {
+  using namespace ferncast::cli;
+  signal(SIGPIPE, SIG_IGN);  // a closed pipe becomes a write error, reported with status 2
+  CLI::App app{"ferncast: text, markup and document tools of the Ferncast helper", "ferncast"};
+  app.require_subcommand(1);
+  for (const Area& area : registeredAreas()) {
+    CLI::App* sub = app.add_subcommand(area.name, area.description);
+    sub->require_subcommand(1);
+    area.addCommands(*sub);
+  }
+  try {
+    app.parse(argc, argv);
+  } catch (const CLI::CallForHelp& e) {
+    return app.exit(e);
+  } catch (const CLI::CallForAllHelp& e) {
+    return app.exit(e);
+  } catch (const CLI::ParseError& e) {
+    app.exit(e);
+    return kUsage;
+  } catch (const Exit& e) {
+    if (e.what()[0]) std::fprintf(stderr, "ferncast: %s\n", e.what());
+    return e.status;
+  }
+  return kSuccess;
+}
