@@ -2,6 +2,8 @@
 #include <signal.h>
 
 #include <cstdio>
+#include <map>
+#include <string>
 #include <vector>
 
 #include "tools/ferncast_cli.h"
@@ -15,9 +17,14 @@ int main(int argc, char** argv) {
   signal(SIGPIPE, SIG_IGN);  // a closed pipe becomes a write error, reported with status 2
   CLI::App app{"ferncast: text, markup and document tools of the Ferncast helper", "ferncast"};
   app.require_subcommand(1);
+  // Several source files may add commands to one area; the first one names it.
+  std::map<std::string, CLI::App*> areas;
   for (const Area& area : registeredAreas()) {
-    CLI::App* sub = app.add_subcommand(area.name, area.description);
-    sub->require_subcommand(1);
+    CLI::App*& sub = areas[area.name];
+    if (!sub) {
+      sub = app.add_subcommand(area.name, area.description);
+      sub->require_subcommand(1);
+    }
     area.addCommands(*sub);
   }
   try {
