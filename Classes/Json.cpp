@@ -16,13 +16,27 @@ void appendEscaped(std::string& out, std::string_view utf8) {
   for (char c : utf8) {
     auto u = static_cast<unsigned char>(c);
     switch (c) {
-      case '"': out += "\\\""; break;
-      case '\\': out += "\\\\"; break;
-      case '\n': out += "\\n"; break;
-      case '\r': out += "\\r"; break;
-      case '\t': out += "\\t"; break;
-      case '\b': out += "\\b"; break;
-      case '\f': out += "\\f"; break;
+      case '"':
+        out += "\\\"";
+        break;
+      case '\\':
+        out += "\\\\";
+        break;
+      case '\n':
+        out += "\\n";
+        break;
+      case '\r':
+        out += "\\r";
+        break;
+      case '\t':
+        out += "\\t";
+        break;
+      case '\b':
+        out += "\\b";
+        break;
+      case '\f':
+        out += "\\f";
+        break;
       default:
         if (u < 0x20) {
           out += "\\u00";
@@ -98,7 +112,9 @@ std::string toJson(const Value& value) {
   return out;
 }
 
-std::string jsonString(std::u16string_view text) { return jsonString(utf16ToUtf8(text)); }
+std::string jsonString(std::u16string_view text) {
+  return jsonString(utf16ToUtf8(text));
+}
 
 std::string jsonString(std::string_view utf8) {
   std::string out;

@@ -39,7 +39,9 @@ void NSLog(std::string_view text) {
   }
 }
 
-void NSLog(std::u16string_view text) { NSLog(utf16ToUtf8(text)); }
+void NSLog(std::u16string_view text) {
+  NSLog(utf16ToUtf8(text));
+}
 
 std::string exceptionLogLine(std::string_view operation, std::string_view className,
                              std::string_view exceptionName, std::string_view reason,
@@ -60,6 +62,8 @@ void logException(std::string_view operation, std::string_view className,
   NSLog(exceptionLogLine(operation, className, exceptionName, reason, callStackSymbols));
 }
 
-void setLogSink(std::function<void(std::string_view)> sink_) { sink() = std::move(sink_); }
+void setLogSink(std::function<void(std::string_view)> sink_) {
+  sink() = std::move(sink_);
+}
 
 }  // namespace ferncast

@@ -44,7 +44,8 @@ plist_t toPlist(const Value& value) {
     }
     plist_t operator()(const Array& a) const {
       plist_t array = plist_new_array();
-      for (const Value& item : a) plist_array_append_item(array, toPlist(item));
+      for (const Value& item : a)
+        plist_array_append_item(array, toPlist(item));
       return array;
     }
     plist_t operator()(const Dictionary& d) const {
@@ -112,6 +113,15 @@ std::optional<Value> fromPlist(plist_t node, std::size_t depthLeft) {
     }
     case PLIST_DICT: {
       if (depthLeft == 0) return std::nullopt;
+      // XML has no UID element: a UID is written as {CF$UID: n}, and Null as UID 0.
+      if (plist_dict_get_size(node) == 1) {
+        plist_t uid = plist_dict_get_item(node, "CF$UID");
+        if (uid && plist_get_node_type(uid) == PLIST_UINT) {
+          std::uint64_t n = 0;
+          plist_get_uint_val(uid, &n);
+          return n == 0 ? Value(Null{}) : Value(static_cast<std::int64_t>(n));
+        }
+      }
       Dictionary dict;
       plist_dict_iter iter = nullptr;
       plist_dict_new_iter(node, &iter);
@@ -155,7 +165,9 @@ std::optional<double> Value::number() const {
   return std::nullopt;
 }
 
-bool Value::operator==(const Value& other) const { return storage_ == other.storage_; }
+bool Value::operator==(const Value& other) const {
+  return storage_ == other.storage_;
+}
 
 const Value* valueForKey(const Value& value, std::u16string_view key) {
   const Dictionary* dict = value.as<Dictionary>();

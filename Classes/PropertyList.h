@@ -102,7 +102,8 @@ Dictionary dictionaryWithObjectsAndKeys(
 // property-list format has no null of its own; a float is written with four bytes.
 std::vector<std::uint8_t> binaryPropertyList(const Value& value);
 
-// XML property-list text of a value (UTF-8). Null is written as the UID 0 (a CF$UID dictionary).
+// XML property-list text of a value (UTF-8). Null is written as the UID 0 (a CF$UID dictionary);
+// dates keep whole seconds only, as the XML format has no fractions.
 std::string xmlPropertyList(const Value& value);
 
 // The value of binary or XML property-list bytes; nullopt when they are not a property list or

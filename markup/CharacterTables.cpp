@@ -13,7 +13,9 @@ namespace {
 using Bitmap = std::array<std::uint8_t, kCharacterSetRepSize>;
 using Table = std::array<char16_t, 0x10000>;
 
-void set(Bitmap& bitmap, char16_t c) { bitmap[c >> 3] |= static_cast<std::uint8_t>(1 << (c & 7)); }
+void set(Bitmap& bitmap, char16_t c) {
+  bitmap[c >> 3] |= static_cast<std::uint8_t>(1 << (c & 7));
+}
 
 // A bitmap of every BMP code unit whose general category is in `mask` (U_GC_*_MASK bits).
 Bitmap categoryBitmap(std::uint32_t mask) {
@@ -36,7 +38,8 @@ const Bitmap& whitespaceBitmap() {
 const Bitmap& whitespaceAndNewlineBitmap() {
   static const Bitmap bitmap = [] {
     Bitmap b = categoryBitmap(U_GC_Z_MASK);
-    for (char16_t c : {u'\t', u'\n', u'\v', u'\f', u'\r', u'\u0085'}) set(b, c);
+    for (char16_t c : {u'\t', u'\n', u'\v', u'\f', u'\r', u'\u0085'})
+      set(b, c);
     return b;
   }();
   return bitmap;
@@ -56,7 +59,8 @@ char16_t mapSingle(char16_t c, Mapper mapper) {
 // The builders fill entries 0x0000 to 0xFFFE; 0xFFFF stays the identity.
 std::unique_ptr<Table> identityTable() {
   auto table = std::make_unique<Table>();
-  for (std::uint32_t c = 0; c < 0x10000; ++c) (*table)[c] = static_cast<char16_t>(c);
+  for (std::uint32_t c = 0; c < 0x10000; ++c)
+    (*table)[c] = static_cast<char16_t>(c);
   return table;
 }
 
@@ -94,8 +98,8 @@ const std::uint8_t* spaceCharacterSetRep() {
 const std::uint8_t* whiteCharacterSetRep() {
   static const Bitmap bitmap = [] {
     Bitmap b = whitespaceAndNewlineBitmap();
-    for (char16_t c : {u'\0', u'\f', u'\n', u'\r', u'\u2028', u'\u2029', u'\u0003', u'\uFFFC', u'\t',
-                       u'\uFEFF', u'\u00A0'}) {
+    for (char16_t c : {u'\0', u'\f', u'\n', u'\r', u'\u2028', u'\u2029', u'\u0003', u'\uFFFC',
+                       u'\t', u'\uFEFF', u'\u00A0'}) {
       set(b, c);
     }
     return b;
@@ -200,7 +204,8 @@ const char16_t* initLowerUmlautsCharsTable() {
     auto t = identityTable();
     const char16_t* umlauts = initUmlautsCharsTable();
     const char16_t* lower = initLowerCharsTable();
-    for (std::uint32_t c = 0; c < 0xFFFF; ++c) (*t)[c] = lower[umlauts[c]];
+    for (std::uint32_t c = 0; c < 0xFFFF; ++c)
+      (*t)[c] = lower[umlauts[c]];
     return t;
   }();
   return table->data();
@@ -211,7 +216,8 @@ const char16_t* initUpperUmlautsCharsTable() {
     auto t = identityTable();
     const char16_t* umlauts = initUmlautsCharsTable();
     const char16_t* upper = initUpperCharsTable();
-    for (std::uint32_t c = 0; c < 0xFFFF; ++c) (*t)[c] = upper[umlauts[c]];
+    for (std::uint32_t c = 0; c < 0xFFFF; ++c)
+      (*t)[c] = upper[umlauts[c]];
     return t;
   }();
   return table->data();

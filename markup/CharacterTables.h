@@ -57,11 +57,21 @@ const char16_t* initUpperUmlautsCharsTable();
 void initCharacterTables();
 
 // Per code unit. Hot loops may fetch a table pointer once instead.
-inline char16_t toLower(char16_t c) { return initLowerCharsTable()[c]; }
-inline char16_t toUpper(char16_t c) { return initUpperCharsTable()[c]; }
-inline char16_t umlautsToAscii(char16_t c) { return initUmlautsCharsTable()[c]; }
-inline char16_t umlautsToLowerAscii(char16_t c) { return initLowerUmlautsCharsTable()[c]; }
-inline char16_t umlautsToUpperAscii(char16_t c) { return initUpperUmlautsCharsTable()[c]; }
+inline char16_t toLower(char16_t c) {
+  return initLowerCharsTable()[c];
+}
+inline char16_t toUpper(char16_t c) {
+  return initUpperCharsTable()[c];
+}
+inline char16_t umlautsToAscii(char16_t c) {
+  return initUmlautsCharsTable()[c];
+}
+inline char16_t umlautsToLowerAscii(char16_t c) {
+  return initLowerUmlautsCharsTable()[c];
+}
+inline char16_t umlautsToUpperAscii(char16_t c) {
+  return initUpperUmlautsCharsTable()[c];
+}
 // The umlaut entry when it is ASCII, else a space.
 inline char16_t toAscii(char16_t c) {
   char16_t folded = umlautsToAscii(c);

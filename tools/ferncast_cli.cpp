@@ -17,9 +17,13 @@ std::vector<Area>& registeredAreas() {
   return areas;
 }
 
-RegisterArea::RegisterArea(Area area) { registeredAreas().push_back(area); }
+RegisterArea::RegisterArea(Area area) {
+  registeredAreas().push_back(area);
+}
 
-void finish(int status, std::string message) { throw Exit(status, std::move(message)); }
+void finish(int status, std::string message) {
+  throw Exit(status, std::move(message));
+}
 
 std::string readInput(const std::string& path) {
   bool standardInput = path.empty() || path == "-";
@@ -33,8 +37,8 @@ std::string readInput(const std::string& path) {
     if (n < 0) {
       int error = errno;
       if (!standardInput) close(fd);
-      finish(kUsage, (standardInput ? std::string("standard input") : path) + ": " +
-                         strerror(error));
+      finish(kUsage,
+             (standardInput ? std::string("standard input") : path) + ": " + strerror(error));
     }
     if (n == 0) break;
     bytes.append(buffer, static_cast<std::size_t>(n));
@@ -43,9 +47,13 @@ std::string readInput(const std::string& path) {
   return bytes;
 }
 
-std::u16string readTextInput(const std::string& path) { return utf8ToUtf16(readInput(path)); }
+std::u16string readTextInput(const std::string& path) {
+  return utf8ToUtf16(readInput(path));
+}
 
-std::u16string argumentText(const std::string& argument) { return utf8ToUtf16(argument); }
+std::u16string argumentText(const std::string& argument) {
+  return utf8ToUtf16(argument);
+}
 
 void writeOutput(std::string_view bytes) {
   const char* p = bytes.data();
@@ -59,8 +67,12 @@ void writeOutput(std::string_view bytes) {
   }
 }
 
-void writeText(std::u16string_view text) { writeOutput(utf16ToUtf8(text)); }
+void writeText(std::u16string_view text) {
+  writeOutput(utf16ToUtf8(text));
+}
 
-void printJson(const Value& value) { writeOutput(toJson(value) + "\n"); }
+void printJson(const Value& value) {
+  writeOutput(toJson(value) + "\n");
+}
 
 }  // namespace ferncast::cli

@@ -1,7 +1,8 @@
 // Shared plumbing of the ferncast command: area registration, input, output and exit statuses.
 //
 // Each area (text, data, markup, ...) lives in tools/ferncast_<area>[_<theme>].cpp and registers
-// itself with a file-scope `RegisterArea`; several files may register commands in one area. Commands report through `Status` codes:
+// itself with a file-scope `RegisterArea`; several files may register commands in one area.
+// Commands report through `Status` codes:
 //   0 success or YES, 1 a negative answer (nil, NO, not found), 2 usage or unreadable input,
 //   3 the helper could not be reached or timed out.
 #pragma once
