@@ -5,7 +5,6 @@
 #include <unicode/ustring.h>
 
 #include <array>
-#include <memory>
 
 namespace ferncast {
 namespace {
@@ -56,9 +55,10 @@ char16_t mapSingle(char16_t c, Mapper mapper) {
   return U_SUCCESS(status) && length == 1 ? result[0] : c;
 }
 
-// The builders fill entries 0x0000 to 0xFFFE; 0xFFFF stays the identity.
-std::unique_ptr<Table> identityTable() {
-  auto table = std::make_unique<Table>();
+// The builders fill entries 0x0000 to 0xFFFE; 0xFFFF stays the identity. Tables live as long
+// as the process and are never freed, so threads still running at exit can keep using them.
+Table* identityTable() {
+  auto* table = new Table;
   for (std::uint32_t c = 0; c < 0x10000; ++c)
     (*table)[c] = static_cast<char16_t>(c);
   return table;
@@ -155,7 +155,7 @@ char16_t lastAlphaCharacter() {
 }
 
 const char16_t* initLowerCharsTable() {
-  static const std::unique_ptr<Table> table = [] {
+  static const Table* const table = [] {
     auto t = identityTable();
     const std::uint8_t* upper = upperCharacterSetRep();
     for (std::uint32_t c = 0; c < 0xFFFF; ++c) {
@@ -169,7 +169,7 @@ const char16_t* initLowerCharsTable() {
 }
 
 const char16_t* initUpperCharsTable() {
-  static const std::unique_ptr<Table> table = [] {
+  static const Table* const table = [] {
     auto t = identityTable();
     const std::uint8_t* lower = lowerCharacterSetRep();
     for (std::uint32_t c = 0; c < 0xFFFF; ++c) {
@@ -183,7 +183,7 @@ const char16_t* initUpperCharsTable() {
 }
 
 const char16_t* initUmlautsCharsTable() {
-  static const std::unique_ptr<Table> table = [] {
+  static const Table* const table = [] {
     auto t = identityTable();
     UErrorCode status = U_ZERO_ERROR;
     const icu::Normalizer2* nfd = icu::Normalizer2::getNFDInstance(status);
@@ -200,7 +200,7 @@ const char16_t* initUmlautsCharsTable() {
 }
 
 const char16_t* initLowerUmlautsCharsTable() {
-  static const std::unique_ptr<Table> table = [] {
+  static const Table* const table = [] {
     auto t = identityTable();
     const char16_t* umlauts = initUmlautsCharsTable();
     const char16_t* lower = initLowerCharsTable();
@@ -212,7 +212,7 @@ const char16_t* initLowerUmlautsCharsTable() {
 }
 
 const char16_t* initUpperUmlautsCharsTable() {
-  static const std::unique_ptr<Table> table = [] {
+  static const Table* const table = [] {
     auto t = identityTable();
     const char16_t* umlauts = initUmlautsCharsTable();
     const char16_t* upper = initUpperCharsTable();
