@@ -4,6 +4,7 @@
 
 #include <climits>
 #include <cmath>
+#include <cstring>
 #include <memory>
 
 #include "Classes/Unicode.h"
@@ -150,6 +151,68 @@ std::optional<Value> fromPlist(plist_t node, std::size_t depthLeft) {
   }
 }
 
+// libplist 2.2 aborts (an assertion left on in release builds) when it reads a dictionary key
+// holding a NUL, which only a binary property list can carry. Such lists are refused before they
+// reach it: this walks the object table of "bplist00" bytes and looks at every key of every
+// dictionary. Anything malformed is left for libplist to refuse.
+bool binaryPropertyListHasKeyWithNul(const std::uint8_t* bytes, std::size_t length) {
+  constexpr std::size_t kTrailer = 32;
+  if (length < 8 + kTrailer || std::memcmp(bytes, "bplist00", 8) != 0) return false;
+  const std::size_t end = length - kTrailer;  // objects and offsets lie before the trailer
+  auto bigEndian = [](const std::uint8_t* p, unsigned size) {
+    std::uint64_t value = 0;
+    for (unsigned i = 0; i < size; ++i)
+      value = value << 8 | p[i];
+    return value;
+  };
+  const std::uint8_t* trailer = bytes + end;
+  const unsigned offsetSize = trailer[6], referenceSize = trailer[7];
+  const std::uint64_t count = bigEndian(trailer + 8, 8), offsetTable = bigEndian(trailer + 24, 8);
+  if (offsetSize == 0 || offsetSize > 8 || referenceSize == 0 || referenceSize > 8 ||
+      offsetTable >= end || count > (end - offsetTable) / offsetSize) {
+    return false;
+  }
+  auto objectOffset = [&](std::uint64_t index, std::uint64_t& offset) {
+    if (index >= count) return false;
+    offset = bigEndian(bytes + offsetTable + index * offsetSize, offsetSize);
+    return offset < end;
+  };
+  // The element count of the object at `position`, which is moved past the object's header.
+  auto elementCount = [&](std::uint64_t& position, std::uint64_t& elements) {
+    elements = bytes[position++] & 0x0F;
+    if (elements != 0x0F) return true;
+    if (position >= end || (bytes[position] & 0xF0) != 0x10) return false;
+    const unsigned size = 1u << (bytes[position] & 0x0F);
+    if (size > 8 || position + 1 + size > end) return false;
+    elements = bigEndian(bytes + position + 1, size);
+    position += 1 + size;
+    return true;
+  };
+  for (std::uint64_t i = 0; i < count; ++i) {
+    std::uint64_t position = 0, entries = 0;
+    if (!objectOffset(i, position) || (bytes[position] & 0xF0) != 0xD0 ||
+        !elementCount(position, entries) || entries > (end - position) / referenceSize) {
+      continue;
+    }
+    for (std::uint64_t k = 0; k < entries; ++k) {
+      std::uint64_t key = 0, characters = 0;
+      if (!objectOffset(bigEndian(bytes + position + k * referenceSize, referenceSize), key)) {
+        continue;
+      }
+      const unsigned type = bytes[key] & 0xF0;
+      const unsigned unit = type == 0x50 ? 1 : type == 0x60 ? 2 : 0;  // ASCII or UTF-16 string
+      if (unit == 0 || !elementCount(key, characters) || characters > (end - key) / unit) {
+        continue;
+      }
+      for (std::uint64_t c = 0; c < characters; ++c) {
+        const std::uint8_t* p = bytes + key + c * unit;
+        if (p[0] == 0 && (unit == 1 || p[1] == 0)) return true;
+      }
+    }
+  }
+  return false;
+}
+
 }  // namespace
 
 std::size_t Value::kindIndex() const {
@@ -209,6 +272,7 @@ std::string xmlPropertyList(const Value& value) {
 std::optional<Value> propertyListFromBytes(const std::uint8_t* bytes, std::size_t length,
                                            std::size_t maxDepth) {
   if (!bytes || length == 0 || length > UINT32_MAX) return std::nullopt;
+  if (binaryPropertyListHasKeyWithNul(bytes, length)) return std::nullopt;
   plist_t parsed = nullptr;
   plist_from_memory(reinterpret_cast<const char*>(bytes), static_cast<std::uint32_t>(length),
                     &parsed);
