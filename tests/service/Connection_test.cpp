@@ -1,0 +1,333 @@
+// The helper connection with real processes and sockets: the helper answers, serialises
+// requests, hands back exceptions, survives hostile frames and slow or vanished clients, and
+// talks only to its own user.
+#include "service/Connection.h"
+
+#include <gtest/gtest.h>
+#include <signal.h>
+#include <sys/wait.h>
+#include <unistd.h>
+
+#include <chrono>
+#include <future>
+#include <thread>
+
+#include "Classes/Log.h"
+#include "service/BinaryPropertyList.h"
+#include "service/FerncastHelper.h"
+#include "service/QuillImExport.h"
+#include "tests/service/TestHelperProcess.h"
+
+namespace ferncast {
+namespace {
+
+using namespace ferncast::testing;
+using Clock = std::chrono::steady_clock;
+
+constexpr uid_t kNobody = 65534;
+
+std::int64_t ordinal(Proxy& proxy, std::u16string_view selector, Array arguments = {}) {
+  auto result = proxy.perform(selector, std::move(arguments));
+  return result && result->is<std::int64_t>() ? *result->as<std::int64_t>() : -1;
+}
+
+// A test helper under a fresh name, and a proxy to it.
+class HelperConnection : public ::testing::Test {
+ protected:
+  void start(std::string timeout = "15") {
+    helper_ = std::make_unique<HelperProcess>(
+        HelperProcess::Settings{.name = name_, .timeout = std::move(timeout)});
+    proxy_ = waitForProxy(name_);
+    ASSERT_TRUE(proxy_) << helper_->log();
+  }
+  bool helperAnswers() {
+    auto proxy = Proxy::rootProxyForConnectionWithRegisteredName(name_);
+    return proxy && proxy->perform(u"ordinal", {}).has_value();
+  }
+
+  std::u16string name_ = uniqueName();
+  std::unique_ptr<HelperProcess> helper_;
+  std::shared_ptr<Proxy> proxy_;
+};
+
+TEST(HelperProcessTest, RealHelperAnswersEveryOperationWithNilOrNo) {
+  if (!isolateNetwork()) GTEST_SKIP() << "needs a network namespace of its own";
+  HelperProcess helper({.executable = kHelperPath});
+  auto proxy = waitForProxy(kFerncastHelperName);
+  ASSERT_TRUE(proxy);
+  EXPECT_EQ(proxy->processIdentifier(), helper.pid());
+  QuillImExportProxy ferncast(proxy);
+  EXPECT_FALSE(ferncast.PDFImageRepOfFile(u"/missing.pdf"));
+  EXPECT_FALSE(ferncast.imageWithContentsOfFile(u"/missing.png", true, true));
+  EXPECT_FALSE(ferncast.attributed(true, Data{'%', 'P', 'D', 'F'}));
+  EXPECT_FALSE(ferncast.posterImageForMovieWithFile(u"/missing.mov"));
+  EXPECT_FALSE(ferncast.attributedStringWithContentsOfFile(u"/missing.rtf"));
+  EXPECT_FALSE(ferncast.searchableTextOfWebArchive(u"/missing.webarchive"));
+  EXPECT_FALSE(ferncast.writeRTFDData(std::nullopt, u"/tmp/never.rtfd"));
+  EXPECT_FALSE(
+      ferncast.RTFDWithHTML(Data{'<', 'p', '>'}, u"http://example.com/", false, std::nullopt));
+  EXPECT_FALSE(ferncast.metaDataForFile(u"/missing.txt"));
+  EXPECT_FALSE(ferncast.supportsFile(u"/missing.txt"));
+  // What the launcher asks about: the real helper has no "stillBusy".
+  EXPECT_EQ(proxy->send(u"stillBusy", {}).kind, Reply::Kind::kDoesNotRespond);
+}
+
+TEST(HelperProcessTest, SecondInstanceRunsOnWithoutTheName) {
+  if (!isolateNetwork()) GTEST_SKIP() << "needs a network namespace of its own";
+  HelperProcess first({.executable = kHelperPath});
+  ASSERT_TRUE(waitForProxy(kFerncastHelperName));
+  HelperProcess second({.executable = kHelperPath});
+  std::this_thread::sleep_for(std::chrono::milliseconds(300));
+  EXPECT_TRUE(second.task().isRunning());
+  auto proxy = Proxy::rootProxyForConnectionWithRegisteredName(kFerncastHelperName);
+  ASSERT_TRUE(proxy);
+  EXPECT_EQ(proxy->processIdentifier(), first.pid());
+  // Once the first is gone the name is free: the second never took it.
+  first.task().terminate();
+  first.task().waitUntilExit(5);
+  EXPECT_FALSE(Proxy::rootProxyForConnectionWithRegisteredName(kFerncastHelperName));
+  EXPECT_TRUE(second.task().isRunning());
+}
+
+TEST_F(HelperConnection, UnknownOperationIsAnsweredDoesNotRespond) {
+  start();
+  EXPECT_EQ(proxy_->send(u"noSuchOperation:", {Value(1)}).kind, Reply::Kind::kDoesNotRespond);
+  try {
+    proxy_->perform(u"noSuchOperation:", {});
+    FAIL() << "no exception";
+  } catch (const RemoteException& e) {
+    EXPECT_EQ(e.name(), "NSInvalidArgumentException");
+  }
+  EXPECT_TRUE(helperAnswers());
+}
+
+TEST_F(HelperConnection, ExceptionsOfUnguardedOperationsReachTheCaller) {
+  start();
+  QuillImExportProxy ferncast(proxy_);
+  struct Row {
+    std::u16string path;
+    std::string name;
+    std::string reason;
+  };
+  const Row rows[] = {
+      {u"/raise/x", "NSRangeException", "raised on request"},
+      {u"/throw/x", "std::out_of_range", "thrown on request"},
+  };
+  for (const Row& row : rows) {
+    try {
+      ferncast.supportsFile(row.path);
+      ADD_FAILURE() << row.name;
+    } catch (const RemoteException& e) {
+      EXPECT_EQ(e.name(), row.name);
+      EXPECT_EQ(e.reason(), row.reason);
+    }
+  }
+  EXPECT_FALSE(ferncast.supportsFile(u"/fine"));
+}
+
+TEST_F(HelperConnection, ArgumentsOfTheWrongKindsAreRefusedOnBothSides) {
+  start();
+  // Unchecked by the client: the helper answers with an exception and goes on.
+  Reply reply = proxy_->send(u"supportsFile:", {Value(42)});
+  EXPECT_EQ(reply.kind, Reply::Kind::kException);
+  EXPECT_EQ(reply.exceptionName, "NSInvalidArgumentException");
+  reply = proxy_->send(u"writeRTFDData:toFile:", {Value(u"no data")});
+  EXPECT_EQ(reply.kind, Reply::Kind::kException);
+  // With the protocol set, the proxy refuses before sending anything.
+  proxy_->setProtocolForProxy(&kQuillImExport);
+  EXPECT_THROW(proxy_->perform(u"supportsFile:", {Value(true)}), std::invalid_argument);
+  EXPECT_EQ(ordinal(*proxy_, u"ordinal"), 1);
+}
+
+TEST_F(HelperConnection, ClientsAreServedOneAfterTheOther) {
+  start();
+  auto other = waitForProxy(name_);
+  ASSERT_TRUE(other);
+  struct Row {
+    const char16_t* slow;  // holds the helper while the other client asks
+  };
+  std::int64_t expected = 1;
+  for (Row row : {Row{u"sleepFor:"}, Row{u"runLoopFor:"}}) {
+    auto slow =
+        std::async(std::launch::async, [&] { return ordinal(*proxy_, row.slow, {Value(0.3)}); });
+    std::this_thread::sleep_for(std::chrono::milliseconds(100));
+    std::int64_t quick = ordinal(*other, u"ordinal");
+    EXPECT_EQ(slow.get(), expected) << "the slow request finished first";
+    EXPECT_EQ(quick, expected + 1) << "the quick request waited for it";
+    expected += 2;
+  }
+}
+
+TEST_F(HelperConnection, SlowOperationTimesOutTheCallerAndTheHelperGoesOn) {
+  start();
+  proxy_->setRequestTimeout(0.2);
+  proxy_->setReplyTimeout(0.2);
+  try {
+    proxy_->perform(u"sleepFor:", {Value(0.6)});
+    FAIL() << "no time-out";
+  } catch (const ConnectionError& e) {
+    EXPECT_EQ(e.kind(), ConnectionError::Kind::kTimedOut);
+  }
+  ASSERT_TRUE(proxy_->isValid());
+  proxy_->setReplyTimeout(5);
+  // The late reply of the slow request (1) is skipped; this one is the second answer.
+  EXPECT_EQ(ordinal(*proxy_, u"ordinal"), 2);
+}
+
+TEST_F(HelperConnection, HelperDyingMidRequestFailsTheCallerAtOnce) {
+  start();
+  proxy_->setReplyTimeout(60);
+  auto started = Clock::now();
+  try {
+    proxy_->perform(u"exitNow", {});
+    FAIL() << "no error";
+  } catch (const ConnectionError& e) {
+    EXPECT_EQ(e.kind(), ConnectionError::Kind::kClosed);
+  }
+  EXPECT_LT(Clock::now() - started, std::chrono::seconds(30)) << "waited for the time-out";
+  EXPECT_FALSE(proxy_->isValid());
+  EXPECT_THROW(proxy_->perform(u"ordinal", {}), ConnectionError);
+}
+
+TEST_F(HelperConnection, LargeResultsArriveWhole) {
+  start();
+  auto result = proxy_->perform(u"dataOfLength:", {Value(16 << 20)});
+  ASSERT_TRUE(result && result->is<Data>());
+  const Data& data = *result->as<Data>();
+  ASSERT_EQ(data.size(), std::size_t{16} << 20);
+  EXPECT_EQ(data[12345], static_cast<std::uint8_t>(12345 * 7));
+  EXPECT_EQ(data.back(), static_cast<std::uint8_t>((data.size() - 1) * 7));
+}
+
+std::vector<std::uint8_t> rawFrame(const std::vector<std::uint8_t>& body) {
+  std::vector<std::uint8_t> frame(kFrameHeaderLength + body.size());
+  for (std::size_t i = 0; i < kFrameHeaderLength; ++i) {
+    frame[i] = static_cast<std::uint8_t>(body.size() >> (8 * (kFrameHeaderLength - 1 - i)));
+  }
+  std::copy(body.begin(), body.end(), frame.begin() + kFrameHeaderLength);
+  return frame;
+}
+
+std::vector<std::uint8_t> plist(const Value& value) {
+  std::vector<std::uint8_t> bytes;
+  appendBinaryPropertyList(bytes, value, 100);
+  return bytes;
+}
+
+TEST_F(HelperConnection, HostileFramesCloseOnlyTheirConnection) {
+  start("0.5");
+  long before = peakResidentKilobytes(helper_->pid());
+  Value deep = Array{};
+  for (int i = 0; i < 40; ++i)
+    deep = Array{deep};
+  auto request = [](Value arguments) {
+    return Dictionary{{u"Sequence", Value(1)},
+                      {u"Selector", Value(u"supportsFile:")},
+                      {u"Arguments", std::move(arguments)}};
+  };
+  auto bigData = [](std::size_t bytes) {
+    std::vector<std::uint8_t> frame = rawFrame(std::vector<std::uint8_t>(bytes, 0));
+    frame.resize(1024);  // announced in full, sent in part
+    return frame;
+  };
+  auto truncated = [](std::vector<std::uint8_t> frame) {
+    frame.resize(frame.size() / 2);
+    return frame;
+  };
+  struct Row {
+    const char* fault;
+    std::vector<std::uint8_t> bytes;
+  };
+  const Row rows[] = {
+      {"oversized header", {0x04, 0x00, 0x00, 0x01}},
+      {"length zero", {0, 0, 0, 0, 1, 2, 3}},
+      {"truncated frame, then silence", truncated(rawFrame(plist(Value(request(Array{})))))},
+      {"60 MiB announced, little sent", bigData(60 << 20)},
+      {"no property list", rawFrame({'h', 'e', 'l', 'l', 'o'})},
+      {"nested too deeply", rawFrame(plist(Value(request(Array{deep}))))},
+      {"no dictionary", rawFrame(plist(Value(Array{Value(u"supportsFile:")})))},
+      {"no selector", rawFrame(plist(Value(Dictionary{{u"Sequence", Value(1)}})))},
+  };
+  for (const Row& row : rows) {
+    int fd = connectRaw(name_, geteuid());
+    ASSERT_GE(fd, 0) << row.fault;
+    EXPECT_TRUE(sendRaw(fd, row.bytes)) << row.fault;
+    Received received = receiveUntilClosed(fd);
+    EXPECT_TRUE(received.closed) << row.fault;
+    EXPECT_TRUE(received.bytes.empty()) << row.fault;
+    close(fd);
+    EXPECT_TRUE(helperAnswers()) << row.fault;
+  }
+  // Well-formed frames with a bad request get an answer, and the connection stays.
+  int fd = connectRaw(name_, geteuid());
+  ASSERT_GE(fd, 0);
+  ASSERT_TRUE(sendRaw(fd, rawFrame(plist(Value(request(Array{Value(7)}))))));
+  auto reply = receiveReply(fd);
+  ASSERT_TRUE(reply);
+  EXPECT_EQ(reply->kind, Reply::Kind::kException);
+  ASSERT_TRUE(sendRaw(fd, encodeRequest({2, u"noSuchOperation:", {}})->joined()));
+  reply = receiveReply(fd);
+  ASSERT_TRUE(reply);
+  EXPECT_EQ(reply->kind, Reply::Kind::kDoesNotRespond);
+  close(fd);
+
+  long after = peakResidentKilobytes(helper_->pid());
+  ASSERT_GT(before, 0);
+  // Frames claim up to 64 MiB; refusing them must not allocate that. The margin leaves room for
+  // sanitizer shadow memory and allocator caches.
+  EXPECT_LT(after - before, 32 * 1024) << "refused frames made the helper's memory grow";
+}
+
+TEST_F(HelperConnection, ClientOfAnotherUserGetsNothing) {
+  start();
+  int status[2];
+  ASSERT_EQ(pipe(status), 0);
+  pid_t child = fork();
+  ASSERT_GE(child, 0);
+  if (child == 0) {
+    // Another user: connect without checks, send a valid request, report what comes back.
+    char outcome = 'x';
+    if (setresgid(kNobody, kNobody, kNobody) == 0 && setresuid(kNobody, kNobody, kNobody) == 0) {
+      int fd = connectRaw(name_, 0);
+      if (fd >= 0) {
+        // The helper may have closed the connection before the request is even sent.
+        bool sent = sendRaw(fd, encodeRequest({1, u"ordinal", {}})->joined());
+        Received received = receiveUntilClosed(fd);
+        outcome = (!sent || received.closed) && received.bytes.empty() ? 'n' : 'a';
+      }
+    }
+    ssize_t ignored = write(status[1], &outcome, 1);
+    (void)ignored;
+    _exit(0);
+  }
+  close(status[1]);
+  char outcome = 0;
+  ASSERT_EQ(read(status[0], &outcome, 1), 1);
+  close(status[0]);
+  waitpid(child, nullptr, 0);
+  EXPECT_EQ(outcome, 'n') << "'a': answered, 'x': could not try";
+  EXPECT_TRUE(helper_->waitForLog("Refused a connection from user 65534."));
+  EXPECT_EQ(ordinal(*proxy_, u"ordinal"), 1) << "the stranger's request ran";
+}
+
+TEST(HelperProcessTest, NameTakenByAnotherUserIsRefused) {
+  if (access("/usr/bin/setpriv", X_OK) != 0) GTEST_SKIP() << "needs setpriv";
+  std::u16string name = uniqueName();
+  HelperProcess squatter(
+      {.name = name,
+       .mode = "squat",
+       .squatUid = std::to_string(geteuid()),
+       .prefix = {"/usr/bin/setpriv", "--reuid=65534", "--regid=65534", "--clear-groups"}});
+  ASSERT_TRUE(squatter.waitForLog("squatting")) << squatter.log();
+  std::string logged;
+  setLogSink([&](std::string_view text) { logged += text; });
+  auto proxy = Proxy::rootProxyForConnectionWithRegisteredName(name);
+  setLogSink({});
+  EXPECT_FALSE(proxy);
+  EXPECT_NE(logged.find("it belongs to user 65534"), std::string::npos) << logged;
+  std::this_thread::sleep_for(std::chrono::milliseconds(100));
+  EXPECT_EQ(squatter.log().find("received"), std::string::npos) << "the squatter got a request";
+}
+
+}  // namespace
+}  // namespace ferncast

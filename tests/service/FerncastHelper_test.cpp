@@ -1,0 +1,88 @@
+// The vended object and its protocol table, in process.
+#include "service/FerncastHelper.h"
+
+#include <gtest/gtest.h>
+
+#include <algorithm>
+#include <string>
+
+#include "service/QuillImExport.h"
+
+namespace ferncast {
+namespace {
+
+TEST(QuillImExportProtocol, ListsTheTenOperationsInOrder) {
+  const std::u16string_view expected[] = {
+      u"PDFImageRepOfFile:",
+      u"imageWithContentsOfFile:stringFromPDF:canUseSpotlight:",
+      u"attributed:stringWithPDF:",
+      u"posterImageForMovieWithFile:",
+      u"attributedStringWithContentsOfFile:",
+      u"searchableTextOfWebArchive:",
+      u"writeRTFDData:toFile:",
+      u"RTFDWithHTML:baseURL:allowRemoteRequest:charset:",
+      u"metaDataForFile:",
+      u"supportsFile:",
+  };
+  ASSERT_EQ(kQuillImExport.operations.size(), std::size(expected));
+  for (std::size_t i = 0; i < std::size(expected); ++i) {
+    EXPECT_EQ(kQuillImExport.operations[i].selector, expected[i]);
+    // One argument per colon.
+    auto colons =
+        static_cast<std::size_t>(std::count(expected[i].begin(), expected[i].end(), u':'));
+    EXPECT_EQ(kQuillImExport.operations[i].arguments.size(), colons);
+  }
+}
+
+TEST(FerncastHelperObject, AnswersEveryOperationThroughTheTableWithNilOrNo) {
+  FerncastHelper helper;
+  const std::pair<std::u16string_view, Array> requests[] = {
+      {u"PDFImageRepOfFile:", {Value(u"/x.pdf")}},
+      {u"imageWithContentsOfFile:stringFromPDF:canUseSpotlight:",
+       {Value(u"/x.png"), Value(true), Value(false)}},
+      {u"attributed:stringWithPDF:", {Value(false), Value(Null{})}},
+      {u"posterImageForMovieWithFile:", {Value(u"/x.mov")}},
+      {u"attributedStringWithContentsOfFile:", {Value(u"/x.rtf")}},
+      {u"searchableTextOfWebArchive:", {Value(u"/x.webarchive")}},
+      {u"writeRTFDData:toFile:", {Value(Data{1}), Value(u"/tmp/x.rtfd")}},
+      {u"RTFDWithHTML:baseURL:allowRemoteRequest:charset:",
+       {Value(Data{'<'}), Value(Null{}), Value(true), Value(u"utf-8")}},
+      {u"metaDataForFile:", {Value(u"/x.txt")}},
+      {u"supportsFile:", {Value(u"/x.txt")}},
+  };
+  for (const auto& [selector, arguments] : requests) {
+    ASSERT_TRUE(helper.respondsToSelector(selector));
+    auto result = helper.invoke(selector, arguments);
+    EXPECT_TRUE(!result || *result == Value(false))
+        << std::string(selector.begin(), selector.end());
+  }
+  EXPECT_FALSE(helper._attributed(true, Data{1}, u"/x.pdf", true));
+  EXPECT_FALSE(helper.webView(u"http://example.com/"));
+}
+
+TEST(FerncastHelperObject, RefusesOtherSelectorsAndMismatchedArguments) {
+  FerncastHelper helper;
+  for (std::u16string_view selector :
+       {u"stillBusy", u"supportsFile", u"_attributed:stringWithPDF:file:size:", u""}) {
+    EXPECT_FALSE(helper.respondsToSelector(selector));
+  }
+  const std::pair<std::u16string_view, Array> bad[] = {
+      {u"supportsFile:", {}},
+      {u"supportsFile:", {Value(u"/a"), Value(u"/b")}},
+      {u"supportsFile:", {Value(Null{})}},
+      {u"attributed:stringWithPDF:", {Value(1), Value(Null{})}},
+      {u"writeRTFDData:toFile:", {Value(u"text"), Value(u"/x")}},
+      {u"noSuchOperation:", {Value(u"/x")}},
+  };
+  for (const auto& [selector, arguments] : bad) {
+    try {
+      helper.invoke(selector, arguments);
+      ADD_FAILURE() << std::string(selector.begin(), selector.end());
+    } catch (const RemoteException& e) {
+      EXPECT_EQ(e.name(), "NSInvalidArgumentException");
+    }
+  }
+}
+
+}  // namespace
+}  // namespace ferncast
