@@ -23,7 +23,7 @@ int main(int argc, char** argv) {
     CLI::App*& sub = areas[area.name];
     if (!sub) {
       sub = app.add_subcommand(area.name, area.description);
-      sub->require_subcommand(1);
+      if (!area.leaf) sub->require_subcommand(1);
     }
     area.addCommands(*sub);
   }

@@ -25,6 +25,9 @@ struct Area {
   const char* description;
   // Adds the area's commands to its subcommand. Each command's callback calls `finish`.
   void (*addCommands)(CLI::App& area);
+  // A leaf area is itself the command ("ferncast error-page [options]"): addCommands gives the
+  // subcommand its options and callback instead of verbs.
+  bool leaf = false;
 };
 
 struct RegisterArea {
