@@ -2,4 +2,15 @@
 # scripts/demo.sh FERNCAST: a short tour of the ferncast command on the samples in tests/data.
 set -euo pipefail
 ferncast=${1:?usage: scripts/demo.sh PATH_TO_FERNCAST}
-"$ferncast" --help
+data=$(cd "$(dirname "$0")/../tests/data" && pwd)
+run() { printf '\n$ ferncast %s\n' "$*"; "$ferncast" "$@"; }
+
+run markup decode --report "$data/sample.html"
+run markup tags "$data/sample.html" | head -n 4
+run html title "$data/sample.html"
+run html links "$data/sample.html"
+printf 'Ca\xcc\x88fe\xcc\x81  \xef\xac\x81ne\n' | run text normalize --lowercase
+printf 'Cr\xc3\xa8me br\xc3\xbbl\xc3\xa9e\n' | run text fold --ascii
+printf '&lt;&eacute;t&eacute;&gt; &#8364;\n' | run entities decode
+run url params 'https://example.org/search?q=caf%C3%A9&page=2'
+printf 'Hello, Ferncast!\n' | "$ferncast" data gzip | run data inflate

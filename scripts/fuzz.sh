@@ -1,13 +1,17 @@
 #!/usr/bin/env bash
-# scripts/fuzz.sh [SECONDS]: builds every fuzz/*_fuzzer.cpp with clang 14 (libFuzzer, ASan, UBSan)
-# and runs each for SECONDS (default 20), starting from fuzz/corpus/<name>/ and fuzz/<name>.dict
-# when present. Fails when a fuzzer finds a crash, a leak or a time-out.
+# scripts/fuzz.sh [SECONDS [BUILD_DIR]]: runs every fuzz/*_fuzzer.cpp for SECONDS (default 20),
+# starting from fuzz/corpus/<name>/ and fuzz/<name>.dict when present. Without BUILD_DIR it first
+# builds them with clang 14 (libFuzzer, ASan, UBSan) into build-fuzz; a BUILD_DIR given must hold
+# such a build already. Fails when a fuzzer finds a crash, a leak or a time-out.
 set -euo pipefail
 root=$(cd "$(dirname "$0")/.." && pwd)
 seconds=${1:-20}
-build="$root/build-fuzz"
-CC=clang-14 CXX=clang++-14 "$root/scripts/build.sh" "$build" -DCMAKE_BUILD_TYPE=RelWithDebInfo \
-  -DFERNCAST_FUZZ=ON -DFERNCAST_SANITIZE=ON -DFERNCAST_TESTS=OFF -DFERNCAST_BENCH=OFF
+build=${2:-}
+if [ -z "$build" ]; then
+  build="$root/build-fuzz"
+  CC=clang-14 CXX=clang++-14 "$root/scripts/build.sh" "$build" -DCMAKE_BUILD_TYPE=RelWithDebInfo \
+    -DFERNCAST_FUZZ=ON -DFERNCAST_SANITIZE=ON -DFERNCAST_TESTS=OFF -DFERNCAST_BENCH=OFF
+fi
 work=$(mktemp -d)
 trap 'rm -rf "$work"' EXIT
 status=0
