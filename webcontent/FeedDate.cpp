@@ -356,7 +356,7 @@ bool readIsoDate(Reader& r, Fields& f) {
       }
       f.hour = hhmm / 100;
       f.minute = hhmm % 100;
-      f.second += r.fraction();
+      f.second += r.fraction() * (count == 6 ? 1 : 60);  // a fraction of the last unit
     } else if (!r.number(f.hour, 2, 2) || !r.take(u':') || !r.number(f.minute, 2, 2)) {
       return false;
     } else if (r.take(u':')) {
