@@ -14,3 +14,15 @@ printf 'Cr\xc3\xa8me br\xc3\xbbl\xc3\xa9e\n' | run text fold --ascii
 printf '&lt;&eacute;t&eacute;&gt; &#8364;\n' | run entities decode
 run url params 'https://example.org/search?q=caf%C3%A9&page=2'
 printf 'Hello, Ferncast!\n' | "$ferncast" data gzip | run data inflate
+
+# The main job: a helper answering requests for the sample files.
+helper="$(dirname "$ferncast")/ferncast-helper"
+if [ -x "$helper" ]; then
+  "$helper" &
+  helper_pid=$!
+  trap 'kill "$helper_pid" 2>/dev/null || true' EXIT
+  sleep 0.3
+  run helper supportsFile "$data/sample.html" || true
+  run helper metaDataForFile "$data/sample.html" || true
+  run helper searchableTextOfWebArchive "$data/sample.html" || true
+fi
