@@ -425,6 +425,59 @@ void ReleaseFeedContext(Context& context) {
   context.items.clear();
 }
 
+namespace {
+
+bool isSpace(char16_t c) {
+  return c == u' ' || c == u'\t' || c == u'\n' || c == u'\r';
+}
+
+// The end of a tag's attribute starting at `i` (its name, "=" and its value, quoted or not).
+std::size_t attributeEnd(std::u16string_view tag, std::size_t i) {
+  while (i < tag.size() && !isSpace(tag[i]) && tag[i] != u'=' && tag[i] != u'>' && tag[i] != u'/')
+    ++i;
+  std::size_t j = i;
+  while (j < tag.size() && isSpace(tag[j]))
+    ++j;
+  if (j == tag.size() || tag[j] != u'=') return i;
+  ++j;
+  while (j < tag.size() && isSpace(tag[j]))
+    ++j;
+  if (j < tag.size() && (tag[j] == u'"' || tag[j] == u'\'')) {
+    std::size_t close = tag.find(tag[j], j + 1);
+    return close == std::u16string_view::npos ? tag.size() : close + 1;
+  }
+  while (j < tag.size() && !isSpace(tag[j]) && tag[j] != u'>')
+    ++j;
+  return j;
+}
+
+// Appends markup without its XML namespace declarations ("xmlns" and "xmlns:..." attributes),
+// which mean nothing in HTML.
+void appendWithoutNamespaceDeclarations(std::u16string& out, std::u16string_view markup) {
+  char16_t quote = 0;
+  bool inTag = false;
+  for (std::size_t i = 0; i < markup.size(); ++i) {
+    const char16_t c = markup[i];
+    if (inTag && quote) {
+      if (c == quote) quote = 0;
+    } else if (inTag && (c == u'"' || c == u'\'')) {
+      quote = c;
+    } else if (inTag && c == u'>') {
+      inTag = false;
+    } else if (!inTag && c == u'<') {
+      inTag = true;
+    } else if (inTag && isSpace(c) && markup.substr(i + 1).starts_with(u"xmlns") &&
+               i + 6 < markup.size() &&
+               (markup[i + 6] == u'=' || markup[i + 6] == u':' || isSpace(markup[i + 6]))) {
+      i = attributeEnd(markup, i + 1) - 1;
+      continue;
+    }
+    out += c;
+  }
+}
+
+}  // namespace
+
 std::optional<std::u16string> GetFeedContent(std::u16string_view content) {
   static constexpr std::u16string_view kOpen = u"<![CDATA[", kClose = u"]]>";
   // Calls f(segment, isCData) for the runs outside and inside CDATA sections, in order.
@@ -451,10 +504,14 @@ std::optional<std::u16string> GetFeedContent(std::u16string_view content) {
   text.reserve(content.size());
   segments([&](std::u16string_view segment, bool cdata) {
     std::size_t start = text.size();
-    text += segment;
-    if (cdata || !decode || segment.empty()) return;
+    if (markup && !cdata) {
+      appendWithoutNamespaceDeclarations(text, segment);
+    } else {
+      text += segment;
+    }
+    if (cdata || !decode || text.size() == start) return;
     std::size_t length = convertEntities2Characters(text.data() + start, text.data() + start, 0,
-                                                    segment.size(), !markup, false, false);
+                                                    text.size() - start, !markup, false, false);
     text.resize(start + length);
   });
   const std::uint8_t* white = whiteCharacterSetRep();

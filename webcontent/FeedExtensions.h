@@ -20,7 +20,8 @@
 //   - Element text: an element whose content is one or more CDATA sections gives their insides as
 //     written. Other content has its entities decoded: all of them for plain text; when the content
 //     holds markup (inline XHTML), all but "&quot;", "&amp;", "&lt;" and "&gt;", so the markup
-//     keeps its meaning. Then white space is trimmed; an empty text fills nothing.
+//     keeps its meaning, and its tags lose their XML namespace declarations ("xmlns",
+//     "xmlns:..."). Then white space is trimmed; an empty text fills nothing.
 //   - An Atom author block ("author" with child elements) becomes "name (email)", the name alone,
 //     or the e-mail address alone; an author element without "name" or "email" children gives its
 //     text ("me@example.com (Me)" in RSS).

@@ -159,11 +159,34 @@ TEST(FeedItems, AtomEntriesTakeSummaryContentAuthorBlocksAndAlternateLinks) {
   EXPECT_EQ(field(result[0], u"tags"), "[\"tag one\",\"a & b\"]");
   EXPECT_EQ(field(result[0], u"description"), "Short");
   // Inline XHTML keeps its markup and its escaped markup; other entities are decoded.
-  EXPECT_EQ(field(result[0], u"content"),
-            "<div xmlns=\"http://www.w3.org/1999/xhtml\">Example &lt;b&gt; <b>Atom</b> "
-            "caf\xc3\xa9</div>");
+  EXPECT_EQ(field(result[0], u"content"), "<div>Example &lt;b&gt; <b>Atom</b> caf\xc3\xa9</div>");
   EXPECT_EQ(field(result[1], u"author"), "Only name");
   EXPECT_EQ(field(result[2], u"author"), "mail@example.com");
+}
+
+TEST(FeedItems, InlineMarkupLosesItsNamespaceDeclarationsOnly) {
+  struct Case {
+    const char16_t* summary;
+    const char* expected;
+  };
+  const Case cases[] = {
+      {u"<div xmlns='http://www.w3.org/1999/xhtml' class=\"a\">x</div>",
+       "<div class=\"a\">x</div>"},
+      {u"<p xmlns:foo = \"bar\"\ttitle=\"xmlns=no\" xmlns=bare>y</p>",
+       "<p\ttitle=\"xmlns=no\">y</p>"},
+      {u"<a href=\"x\" xmlnsx=\"y\">z</a> xmlns=\"text\"",
+       "<a href=\"x\" xmlnsx=\"y\">z</a> "
+       "xmlns=\"text\""},
+      {u"<br xmlns=\"a\"/>", "<br/>"},
+      {u"<img xmlns=\"a\" src=b>", "<img src=b>"},
+      {u"plain xmlns=\"text\"", "plain xmlns=\"text\""},
+  };
+  for (const Case& c : cases) {
+    const Array result =
+        items(u"<feed><entry><summary>" + std::u16string(c.summary) + u"</summary></entry></feed>");
+    ASSERT_EQ(result.size(), 1u);
+    EXPECT_EQ(field(result[0], u"description"), c.expected) << utf16ToUtf8(c.summary);
+  }
 }
 
 TEST(FeedItems, TheFirstLinkElementWinsAndAGuidNeverReplacesOne) {
@@ -387,6 +410,10 @@ TEST(CorpusFeeds, EntryTitlesLinksAndSummariesMatchTheirExpectations) {
       {"atom/entry_summary_escaped_markup.xml", u"description", "Example <b>Atom</b>"},
       {"atom/entry_summary_naked_markup.xml", u"description", "Example <b>Atom</b>"},
       {"rdf/rdf_item_description.xml", u"description", "Example description"},
+      {"atom/entry_summary_inline_markup.xml", u"description", "<div>Example <b>Atom</b></div>"},
+      {"atom/entry_summary_inline_markup_2.xml", u"description",
+       "<div>History of the &lt;blink&gt; tag</div>"},
+      {"atom/entry_title_inline_markup.xml", u"title", "<div>Example <b>Atom</b></div>"},
   };
   for (const Case& c : cases) {
     const fs::path path = root / c.file;
