@@ -124,7 +124,10 @@ void BM_HelperRoundTrip(benchmark::State& state) {
   for (auto _ : state)
     benchmark::DoNotOptimize(ferncast.supportsFile(kMissingPath));
 }
-BENCHMARK(BM_HelperRoundTrip)->Unit(benchmark::kMicrosecond);
+BENCHMARK(BM_HelperRoundTrip)
+    ->Unit(benchmark::kMicrosecond)
+    ->Repetitions(5)
+    ->ReportAggregatesOnly();
 
 void BM_BareEchoRoundTrip(benchmark::State& state) {
   auto request = encodeRequest({1, u"supportsFile:", {Value(kMissingPath)}})->joined();
@@ -137,7 +140,10 @@ void BM_BareEchoRoundTrip(benchmark::State& state) {
     }
   }
 }
-BENCHMARK(BM_BareEchoRoundTrip)->Unit(benchmark::kMicrosecond);
+BENCHMARK(BM_BareEchoRoundTrip)
+    ->Unit(benchmark::kMicrosecond)
+    ->Repetitions(5)
+    ->ReportAggregatesOnly();
 
 void BM_HelperDataReply16MiB(benchmark::State& state) {
   for (auto _ : state) {
@@ -149,7 +155,10 @@ void BM_HelperDataReply16MiB(benchmark::State& state) {
   }
   state.SetBytesProcessed(static_cast<std::int64_t>(state.iterations() * kLargeReply));
 }
-BENCHMARK(BM_HelperDataReply16MiB)->Unit(benchmark::kMillisecond);
+BENCHMARK(BM_HelperDataReply16MiB)
+    ->Unit(benchmark::kMillisecond)
+    ->Repetitions(5)
+    ->ReportAggregatesOnly();
 
 void BM_BareStream16MiB(benchmark::State& state) {
   std::vector<std::uint8_t> large(kLargeReply);
@@ -162,15 +171,20 @@ void BM_BareStream16MiB(benchmark::State& state) {
   }
   state.SetBytesProcessed(static_cast<std::int64_t>(state.iterations() * kLargeReply));
 }
-BENCHMARK(BM_BareStream16MiB)->Unit(benchmark::kMillisecond);
+BENCHMARK(BM_BareStream16MiB)
+    ->Unit(benchmark::kMillisecond)
+    ->Repetitions(5)
+    ->ReportAggregatesOnly();
 
-// Keeps each benchmark's time per iteration, in seconds, for the ratios.
+// Keeps each benchmark's median time per iteration, in seconds, for the ratios (the medians of
+// five repetitions, so that a burst of load on the machine does not decide them).
 class RatioReporter : public benchmark::ConsoleReporter {
  public:
   void ReportRuns(const std::vector<Run>& runs) override {
     for (const Run& run : runs) {
-      double seconds = run.GetAdjustedRealTime() / benchmark::GetTimeUnitMultiplier(run.time_unit);
-      seconds_[run.benchmark_name()] = seconds;
+      if (run.aggregate_name != "median") continue;
+      seconds_[run.run_name.function_name] =
+          run.GetAdjustedRealTime() / benchmark::GetTimeUnitMultiplier(run.time_unit);
     }
     ConsoleReporter::ReportRuns(runs);
   }

@@ -9,7 +9,7 @@
 #include <cstdlib>
 #include <vector>
 
-#include "service/BinaryPropertyList.h"
+#include "Classes/BinaryPropertyList.h"
 #include "service/Transport.h"
 
 namespace {

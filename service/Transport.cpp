@@ -13,7 +13,7 @@
 #include <cstring>
 
 #include "Classes/Unicode.h"
-#include "service/BinaryPropertyList.h"
+#include "Classes/BinaryPropertyList.h"
 
 namespace ferncast {
 namespace {

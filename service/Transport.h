@@ -32,7 +32,7 @@
 #include <vector>
 
 #include "Classes/PropertyList.h"
-#include "service/BinaryPropertyList.h"
+#include "Classes/BinaryPropertyList.h"
 
 namespace ferncast {
 

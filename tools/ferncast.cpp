@@ -1,44 +1,38 @@
 // ferncast <area> <verb> [options] [FILE|-]: every capability of the library and the helper.
-#include <signal.h>
+// The areas of tools/media/ are served by ferncast-media, installed beside this program.
+#include <errno.h>
+#include <string.h>
+#include <unistd.h>
 
+#include <climits>
 #include <cstdio>
-#include <map>
 #include <string>
-#include <vector>
+#include <string_view>
 
 #include "tools/ferncast_cli.h"
+#include "tools/ferncast_main.h"
 
-namespace ferncast::cli {
-std::vector<Area>& registeredAreas();
+namespace {
+
+// Replaces this process with ferncast-media from the folder of this executable.
+int runMedia(char** argv) {
+  char self[PATH_MAX];
+  ssize_t n = readlink("/proc/self/exe", self, sizeof self - 1);
+  std::string path = n > 0 ? std::string(self, static_cast<std::size_t>(n)) : std::string();
+  path = path.substr(0, path.find_last_of('/') + 1) + "ferncast-media";
+  execv(path.c_str(), argv);
+  std::fprintf(stderr, "ferncast: %s: %s\n", path.c_str(), strerror(errno));
+  return ferncast::cli::kUsage;
 }
+
+}  // namespace
 
 int main(int argc, char** argv) {
   using namespace ferncast::cli;
-  signal(SIGPIPE, SIG_IGN);  // a closed pipe becomes a write error, reported with status 2
-  CLI::App app{"ferncast: text, markup and document tools of the Ferncast helper", "ferncast"};
-  app.require_subcommand(1);
-  // Several source files may add commands to one area; the first one names it.
-  std::map<std::string, CLI::App*> areas;
-  for (const Area& area : registeredAreas()) {
-    CLI::App*& sub = areas[area.name];
-    if (!sub) {
-      sub = app.add_subcommand(area.name, area.description);
-      if (!area.leaf) sub->require_subcommand(1);
+  if (argc > 1) {
+    for (const AreaName& area : kMediaAreas) {
+      if (std::string_view(argv[1]) == area.name) return runMedia(argv);
     }
-    area.addCommands(*sub);
   }
-  try {
-    app.parse(argc, argv);
-  } catch (const CLI::CallForHelp& e) {
-    return app.exit(e);
-  } catch (const CLI::CallForAllHelp& e) {
-    return app.exit(e);
-  } catch (const CLI::ParseError& e) {
-    app.exit(e);
-    return kUsage;
-  } catch (const Exit& e) {
-    if (e.what()[0]) std::fprintf(stderr, "ferncast: %s\n", e.what());
-    return e.status;
-  }
-  return kSuccess;
+  return runFerncast(argc, argv, kMediaAreas);
 }

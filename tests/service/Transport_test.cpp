@@ -11,7 +11,7 @@
 #include <string>
 #include <thread>
 
-#include "service/BinaryPropertyList.h"
+#include "Classes/BinaryPropertyList.h"
 
 namespace ferncast {
 namespace {

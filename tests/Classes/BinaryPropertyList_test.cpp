@@ -1,6 +1,6 @@
 // The transport's binary property-list codec: values survive the trip, libplist agrees with it
 // both ways, and hostile bytes are refused without reading out of bounds or multiplying work.
-#include "service/BinaryPropertyList.h"
+#include "Classes/BinaryPropertyList.h"
 
 #include <gtest/gtest.h>
 

@@ -1,4 +1,4 @@
-// The transport's own binary property-list ("bplist00") codec.
+// Our own binary property-list ("bplist00") codec, for the transport's messages and for files.
 //
 // The writer lays a value out in one pass into the caller's buffer (data is copied once). The
 // reader takes bytes from another process and treats them as hostile: it never reads outside the

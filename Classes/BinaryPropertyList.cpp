@@ -1,4 +1,4 @@
-#include "service/BinaryPropertyList.h"
+#include "Classes/BinaryPropertyList.h"
 
 #include <algorithm>
 #include <cstring>
