@@ -4,6 +4,8 @@
 
 #include <vector>
 
+#include "tests/support/TestHosts.h"
+
 namespace ferncast {
 namespace {
 
@@ -57,21 +59,9 @@ TEST(ConnectionFlags, NoHostAndNoAnswerGiveNone) {
   EXPECT_EQ(connectionFlagsForHost("unknown.test", resolver, kHostLookupTimeout), 0u);
 }
 
-// A documentation (TEST-NET) address outside every network of this machine, which may itself sit
-// on one of them. Nothing is ever sent to it.
-std::string remoteTestAddress() {
-  std::vector<NetworkInterface> interfaces = networkInterfaces();
-  for (const char* candidate : {"203.0.113.7", "198.51.100.7", "192.0.2.7"}) {
-    IPAddress a = address(candidate);
-    if (connectionFlagsForAddresses({&a, 1}, interfaces) == 0) return candidate;
-  }
-  ADD_FAILURE() << "every TEST-NET range is local here";
-  return "203.0.113.7";
-}
-
 TEST(IsLocalURL, JudgesHostsByTheirResolvedAddresses) {
   HostTableResolver resolver(nullptr);
-  const std::string far = remoteTestAddress();
+  const std::string far = test_support::remoteTestAddress();
   resolver.addHostsFileText("# the test's own hosts\n" + far +
                             "   far.test   far-alias.test\n"
                             "127.0.0.1\tnear.test # comment\n"
