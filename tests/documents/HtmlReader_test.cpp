@@ -5,7 +5,14 @@
 #include <chrono>
 #include <string>
 
+#include <unicode/uchar.h>
+
+#include <unordered_map>
+
 #include "Classes/Unicode.h"
+#include "markup/Html2Text.h"
+#include "markup/MarkupDecoding.h"
+#include "tests/support/ArticleCorpus.h"
 #include "tests/support/LocalHttpServer.h"
 #include "tests/support/TestHosts.h"
 
@@ -52,12 +59,10 @@ TEST(HtmlLayout, BlocksBreakLinesAndWhiteSpaceCollapses) {
       {u"<head><title>T</title><style>p{}</style><script>var a='<p>no</p>';</script></head>"
        u"<body>yes<!-- not --><noscript>no</noscript><template>no</template></body>",
        u"yes\n"},
-      {u"<p hidden>no</p><span style='display:none'>no</span>yes"
-       u"<div style=\"visibility: hidden\">no</div>",
-       u"yes"},
-      {u"<style>.gone{display:none}</style><p class='x gone'>no</p><p id=k>yes</p>", u"yes\n"},
+      {u"<p hidden>no</p><p data-hidden=1>yes</p><p hidden=''>no</p>", u"yes\n"},
       {u"<p>a</p>\n\n   <p>b</p>", u"a\nb\n"},
-      {u"<img alt='[pic]' src='x.png'> and <img alt=gone>", u"[pic] and gone"},
+      {u"<img alt='[pic]' src='x.png'> and <img alt=gone> <img src=y title=named>",
+       u"[pic] and gone named"},
       {u"a\uFFFCb", u"ab"},  // stray attachment characters are not text
   };
   for (const Case& c : cases)
@@ -175,6 +180,143 @@ TEST(HtmlLayout, GivenCharacterSetWinsAndEmptyPagesGiveNothing) {
             u"\u00C3\u00A9\n");
   EXPECT_FALSE(readHTML(bytes(""), {}));
   EXPECT_FALSE(readHTML(bytes("<html><head><title>t</title></head><body> </body></html>"), {}));
+}
+
+const std::string kPng = std::string("\x89PNG\r\n\x1a\n", 8) + "rest of a picture";
+
+// Pages whose images come from a server of the test's own on 127.0.0.1, read with the hook that
+// lets only local hosts through, as when remote requests are refused.
+class HtmlImages : public ::testing::Test {
+ protected:
+  HtmlImages()
+      : server_({
+            {"/a.png", {200, "image/png", kPng}},
+            {"/page.html", {200, "text/html", "<p>not an image</p>"}},
+            {"/hang.png", {.hang = true}},
+            {"/to-far.png", {302, "text/plain", "", "http://far.test:{port}/a.png"}},
+        }) {
+    test_support::addTestHosts(resolver_);
+  }
+
+  HtmlReaderOptions options(bool remoteAllowed = false) {
+    HtmlReaderOptions o;
+    o.baseURL = URL::URLWithString(utf8ToUtf16(server_.url("/dir/page.html")));
+    ResourceLoaderOptions loader;
+    loader.resolver = &resolver_;
+    if (!remoteAllowed) {
+      loader.hook = [](const URL& request, HostResolver& resolver) -> std::optional<URL> {
+        if (!isLocalURL(request, resolver, kHostLookupTimeout)) return std::nullopt;
+        return request;
+      };
+    }
+    o.resources = loader;
+    return o;
+  }
+
+  std::u16string port() const { return utf8ToUtf16(std::to_string(server_.port())); }
+
+  HostTableResolver resolver_{nullptr};
+  test_support::LocalHttpServer server_;
+};
+
+TEST_F(HtmlImages, LocalImagesLoadAndRefusedOrFailedOnesLeaveTheirAltText) {
+  HtmlReading r = read(
+      u"<p>A<img src='/a.png' alt=one width=40 height=20>"
+      u"B<img src='http://far.test:" +
+          port() +
+          u"/a.png' alt=two>"
+          u"C<img src='/to-far.png' alt=three>"
+          u"D<img src='/page.html' alt=four>"
+          u"E<img src='data:image/png;base64,iVBORw0KGgo=' alt=five>"
+          u"F<span style='background-image: url(\"/a.png\")'>G</span></p>",
+      options());
+  EXPECT_EQ(r.string.string(), u"A\uFFFCBtwoCthreeDfourE\uFFFCF\uFFFCG\n");
+  const Attributes& first = r.string.attributesAtIndex(1);
+  ASSERT_TRUE(first.attachment);
+  EXPECT_EQ(first.attachment->width, 30);
+  EXPECT_EQ(first.attachment->height, 15);
+  EXPECT_EQ(first.attachment->fileWrapper->preferredFilename, u"a.png");
+  EXPECT_EQ(std::string(first.attachment->fileWrapper->contents.begin(),
+                        first.attachment->fileWrapper->contents.end()),
+            kPng);
+  ASSERT_EQ(r.loads.size(), 6u);
+  EXPECT_EQ(r.loads[1].outcome, LoadOutcome::kRefused);
+  EXPECT_EQ(r.loads[2].outcome, LoadOutcome::kRefused);
+  EXPECT_EQ(r.loads[2].redirects, 1);
+  EXPECT_EQ(r.loads[3].outcome, LoadOutcome::kLoaded);  // loaded, but no image: alt text
+  // One file for the image used twice.
+  EXPECT_EQ(r.string.attributesAtIndex(1).attachment->fileWrapper,
+            r.string.attributesAtIndex(r.string.length() - 3).attachment->fileWrapper);
+}
+
+TEST_F(HtmlImages, ResourcesWithoutHostAreAllowed) {
+  HtmlReaderOptions o = options();
+  o.baseURL.reset();
+  HtmlReading r = read(u"<img src='images/x.png' alt=relative>", o);
+  ASSERT_EQ(r.loads.size(), 1u);
+  EXPECT_NE(r.loads[0].outcome, LoadOutcome::kRefused);
+  EXPECT_EQ(r.string.string(), u"relative");
+}
+
+TEST_F(HtmlImages, ServerThatNeverAnswersStopsTheReadingAtTheDeadlineWithTheLayout) {
+  HtmlReaderOptions o = options();
+  o.deadline = std::chrono::steady_clock::now() + 300ms;
+  auto started = std::chrono::steady_clock::now();
+  HtmlReading r = read(u"<h1>Title</h1><p>text <img src='/hang.png' alt=waiting> more", o);
+  EXPECT_LT(std::chrono::steady_clock::now() - started, 5s);
+  EXPECT_EQ(r.string.string(), u"Title\ntext waiting more\n");
+  ASSERT_EQ(r.loads.size(), 1u);
+  EXPECT_EQ(r.loads[0].error, "timed out");
+}
+
+TEST_F(HtmlImages, WithoutResourceOptionsNothingIsLoaded) {
+  HtmlReading r = read(u"<img src='/a.png' alt=alt>", {.baseURL = options().baseURL});
+  EXPECT_EQ(r.string.string(), u"alt");
+  EXPECT_TRUE(r.loads.empty());
+  EXPECT_TRUE(server_.requests().empty());
+}
+
+// Words as runs of letters and digits, counted.
+std::unordered_map<std::u16string, int> wordCounts(std::u16string_view text) {
+  std::unordered_map<std::u16string, int> counts;
+  std::u16string word;
+  for (std::size_t i = 0; i <= text.size(); ++i) {
+    if (i < text.size() && u_isalnum(text[i])) {
+      word += text[i];
+    } else if (!word.empty()) {
+      ++counts[word];
+      word.clear();
+    }
+  }
+  return counts;
+}
+
+TEST(HtmlLayout, KeepsTheWordsOfThePlainTextOfArticlePages) {
+  std::vector<test_support::ArticlePage> pages = test_support::articlePages();
+  if (pages.empty()) GTEST_SKIP() << "no article corpus";
+  long total = 0, kept = 0;
+  for (const auto& page : pages) {
+    std::optional<std::u16string> html =
+        stringWithMarkupData(page.html, NSWindowsCP1252StringEncoding);
+    ASSERT_TRUE(html) << page.name;
+    std::u16string plain =
+        stringByConvertingHtml2PlainTextNonUmlauted(*html, false, false, true, false);
+    std::optional<HtmlReading> reading = readHTML(page.html, {});
+    ASSERT_TRUE(reading) << page.name;
+    auto expected = wordCounts(plain);
+    auto found = wordCounts(reading->string.string());
+    long pageTotal = 0, pageKept = 0;
+    for (const auto& [word, count] : expected) {
+      pageTotal += count;
+      auto it = found.find(word);
+      pageKept += std::min(count, it == found.end() ? 0 : it->second);
+    }
+    total += pageTotal;
+    kept += pageKept;
+  }
+  double recall = double(kept) / total;
+  std::printf("word recall over %zu pages: %.4f\n", pages.size(), recall);
+  EXPECT_GE(recall, 0.99);
 }
 
 }  // namespace

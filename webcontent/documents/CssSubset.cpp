@@ -315,10 +315,6 @@ void applyDeclaration(CssDeclarations& d, std::string_view name, std::u16string_
       if (w == "line-through") d.strikethrough = true;
       if (w == "none") d.underline = d.strikethrough = false;
     }
-  } else if (name == "display") {
-    d.hidden = lower == "none";
-  } else if (name == "visibility") {
-    d.hidden = lower == "hidden" || lower == "collapse";
   }
 }
 
@@ -334,7 +330,6 @@ void CssDeclarations::merge(const CssDeclarations& o) {
   if (o.textAlign) textAlign = o.textAlign;
   if (o.underline) underline = o.underline;
   if (o.strikethrough) strikethrough = o.strikethrough;
-  if (o.hidden) hidden = o.hidden;
   if (o.backgroundImage) backgroundImage = o.backgroundImage;
 }
 

@@ -2,9 +2,10 @@
 // the rules of a page's <style> elements.
 //
 // Properties read: color, background-color, background (its colour and url()), background-image,
-// font-weight, font-style, font-size, font-family, text-align, text-decoration (and
-// text-decoration-line), display: none and visibility: hidden. Everything else is skipped, and
-// so is a value that does not parse. Colours: the usual names, "#rgb", "#rrggbb" (alpha digits
+// font-weight, font-style, font-size, font-family, text-align and text-decoration (and
+// text-decoration-line). Everything else is skipped, display and visibility too (the reader lays
+// out the text of every element, as the plain text of a page has it), and so is a value that
+// does not parse. Colours: the usual names, "#rgb", "#rrggbb" (alpha digits
 // ignored), rgb() and rgba(). Sizes: px (0.75 pt each), pt, pc, in, cm, mm, em, rem, %, and the
 // keywords xx-small to xx-large, smaller and larger.
 //
@@ -46,7 +47,6 @@ struct CssDeclarations {
   std::optional<TextAlignment> textAlign;
   std::optional<bool> underline;
   std::optional<bool> strikethrough;
-  std::optional<bool> hidden;                     // display: none or visibility: hidden
   std::optional<std::u16string> backgroundImage;  // the url() as written
 
   // Takes over every value that `other` sets.

@@ -867,7 +867,6 @@ class Layout {
 
   void applyCss(Element& e, const CssDeclarations& css, double parentSize) {
     Attributes& a = e.attributes;
-    if (css.hidden && *css.hidden) e.hidden = true;
     if (css.color) a.foregroundColor = css.color;
     if (css.backgroundColor) a.backgroundColor = css.backgroundColor;
     if (css.bold) a.font.bold = *css.bold;
@@ -907,14 +906,16 @@ class Layout {
 
   void image(const char16_t* characters, Range range, const Element& element) {
     std::optional<std::u16string> source = attribute(characters, range, "SRC");
-    std::u16string alt = attribute(characters, range, "ALT").value_or(u"");
+    // As in the plain text of a page: the ALT text, or failing that the TITLE.
+    std::optional<std::u16string> alt = attribute(characters, range, "ALT");
+    if (!alt || alt->empty()) alt = attribute(characters, range, "TITLE");
     int width = 0, height = 0;
     getTagWidth(width, height, characters, range);
     stack_.push_back(element);
     if (source && !source->empty()) {
-      placeImage(*source, alt, width * 0.75, height * 0.75);
-    } else if (!alt.empty()) {
-      text(alt.data(), alt.size());
+      placeImage(*source, alt.value_or(u""), width * 0.75, height * 0.75);
+    } else if (alt) {
+      text(alt->data(), alt->size());
     }
     stack_.pop_back();
   }
