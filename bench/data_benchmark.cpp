@@ -20,6 +20,7 @@
 #include <vector>
 
 #include "Classes/NSData+zlib.h"
+#include "tests/Corpus.h"
 
 namespace {
 
@@ -48,21 +49,8 @@ Data compress(const Data& input, int windowBits) {
 
 std::vector<Data> corpusPages() {
   std::vector<Data> pages;
-  const std::filesystem::path directory =
-      std::filesystem::path(FERNCAST_SHARED_DIR) / "corpus" / "articles" / "html";
-  std::error_code error;
-  for (const auto& entry : std::filesystem::directory_iterator(directory, error)) {
-    if (entry.path().extension() != ".gz") continue;
-    gzFile file = gzopen(entry.path().c_str(), "rb");
-    if (!file) continue;
-    Data page;
-    char buffer[65536];
-    int n;
-    while ((n = gzread(file, buffer, sizeof buffer)) > 0)
-      page.insert(page.end(), buffer, buffer + n);
-    gzclose(file);
-    if (!page.empty()) pages.push_back(std::move(page));
-  }
+  for (const ferncast::corpus::File& page : ferncast::corpus::articlePages())
+    pages.emplace_back(page.bytes.begin(), page.bytes.end());
   return pages;
 }
 

@@ -17,6 +17,7 @@
 #include "Classes/NSData+zlib.h"
 #include "Classes/Unicode.h"
 #include "markup/CharacterTables.h"
+#include "tests/Corpus.h"
 #include "webcontent/Feed2Html.h"
 #include "webcontent/FeedDate.h"
 #include "webcontent/FeedExtensions.h"
@@ -27,33 +28,14 @@ namespace {
 using namespace ferncast;
 namespace fs = std::filesystem;
 
-struct Texts {
-  std::vector<std::u16string> texts;
-  std::size_t utf8Bytes = 0;
-};
-
-std::string readFile(const fs::path& path) {
-  std::ifstream file(path, std::ios::binary);
-  return std::string(std::istreambuf_iterator<char>(file), std::istreambuf_iterator<char>());
-}
+using corpus::Texts;
 
 const Texts& feeds() {
   static const Texts loaded = [] {
-    Texts result;
+    // FERNCAST_BENCH_FEEDS names another folder of feeds (*.xml, searched recursively).
     const char* folder = std::getenv("FERNCAST_BENCH_FEEDS");
-    const fs::path root = folder ? fs::path(folder) : fs::path(FERNCAST_SHARED_DIR "/corpus/feeds");
-    std::vector<fs::path> paths;
-    std::error_code error;
-    for (auto it = fs::recursive_directory_iterator(root, error);
-         !error && it != fs::recursive_directory_iterator(); it.increment(error)) {
-      if (it->path().extension() == ".xml") paths.push_back(it->path());
-    }
-    std::sort(paths.begin(), paths.end());
-    for (const fs::path& path : paths) {
-      const std::string bytes = readFile(path);
-      result.utf8Bytes += bytes.size();
-      result.texts.push_back(utf8ToUtf16(bytes));
-    }
+    Texts result = folder ? corpus::textsOf(corpus::files(fs::absolute(folder).string(), ".xml"))
+                          : corpus::textsOf(corpus::files("feeds", ".xml"));
     initCharacterTables();
     setDateTimeFormatter([](const Date& d) { return utf8ToUtf16(iso8601(d)); });
     return result;
@@ -62,27 +44,8 @@ const Texts& feeds() {
 }
 
 const Texts& articles() {
-  static const Texts loaded = [] {
-    Texts result;
-    std::vector<fs::path> paths;
-    std::error_code error;
-    for (auto it = fs::directory_iterator(FERNCAST_SHARED_DIR "/corpus/articles/html", error);
-         !error && it != fs::directory_iterator(); it.increment(error)) {
-      if (it->path().string().ends_with(".html.gz")) paths.push_back(it->path());
-    }
-    std::sort(paths.begin(), paths.end());
-    for (const fs::path& path : paths) {
-      const std::string bytes = readFile(path);
-      if (std::optional<Data> html = dataByInflatingData(Data(bytes.begin(), bytes.end()))) {
-        result.utf8Bytes += html->size();
-        result.texts.push_back(
-            utf8ToUtf16({reinterpret_cast<const char*>(html->data()), html->size()}));
-      }
-    }
-    initCharacterTables();
-    return result;
-  }();
-  return loaded;
+  initCharacterTables();
+  return corpus::articleTexts();
 }
 
 // Runs `work` over every text once per iteration; `work` answers a count to report.

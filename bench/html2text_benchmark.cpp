@@ -4,7 +4,6 @@
 // bytes). Bytes processed are the pages' UTF-8 bytes (the archive's file bytes), so the figures
 // compare with bench/html2text_peers.sh.
 #include <benchmark/benchmark.h>
-#include <zlib.h>
 
 #include <algorithm>
 #include <filesystem>
@@ -14,6 +13,7 @@
 #include <vector>
 
 #include "Classes/Unicode.h"
+#include "bench/ArticlePages.h"
 #include "markup/CharacterTables.h"
 #include "markup/Html2Text.h"
 #include "markup/WebArchive+SearchableText.h"
@@ -22,61 +22,6 @@
 
 namespace {
 
-struct Page {
-  std::u16string text;
-  std::size_t utf8Bytes;
-};
-
-std::string inflateFile(const std::filesystem::path& path) {
-  std::string bytes;
-  gzFile file = gzopen(path.c_str(), "rb");
-  if (!file) return bytes;
-  char buffer[65536];
-  int n;
-  while ((n = gzread(file, buffer, sizeof buffer)) > 0) {
-    bytes.append(buffer, static_cast<std::size_t>(n));
-  }
-  gzclose(file);
-  return bytes;
-}
-
-const std::vector<Page>& pages() {
-  static const std::vector<Page> all = [] {
-    std::vector<Page> result;
-    std::vector<std::filesystem::path> paths;
-    std::error_code error;
-    for (const auto& entry :
-         std::filesystem::directory_iterator(FERNCAST_SHARED_DIR "/corpus/articles/html", error)) {
-      if (entry.path().string().ends_with(".html.gz")) paths.push_back(entry.path());
-    }
-    std::sort(paths.begin(), paths.end());
-    for (const auto& path : paths) {
-      std::string bytes = inflateFile(path);
-      result.push_back({ferncast::utf8ToUtf16(bytes), bytes.size()});
-    }
-    return result;
-  }();
-  return all;
-}
-
-template <typename Work>
-void overPages(benchmark::State& state, Work work) {
-  const std::vector<Page>& all = pages();
-  if (all.empty()) {
-    state.SkipWithError("no corpus at " FERNCAST_SHARED_DIR "/corpus/articles/html");
-    return;
-  }
-  ferncast::initCharacterTables();
-  std::size_t bytes = 0;
-  for (const Page& page : all)
-    bytes += page.utf8Bytes;
-  for (auto _ : state) {
-    for (const Page& page : all)
-      work(page.text);
-  }
-  state.SetBytesProcessed(static_cast<std::int64_t>(state.iterations() * bytes));
-}
-
 bool NothingHandler(std::u16string_view, char16_t*, std::size_t, std::size_t, std::size_t,
                     std::size_t, std::size_t, ferncast::TagKind, void*) {
   return false;
@@ -84,28 +29,28 @@ bool NothingHandler(std::u16string_view, char16_t*, std::size_t, std::size_t, st
 
 // The bound: the scan alone, with a handler that does nothing.
 void BM_ScanOnly(benchmark::State& state) {
-  overPages(state, [](const std::u16string& text) {
+  ferncast::bench::overArticlePages(state, [](const std::u16string& text) {
     benchmark::DoNotOptimize(ferncast::GetTagsOfString(text, NothingHandler, nullptr, false));
   });
 }
 BENCHMARK(BM_ScanOnly);
 
 void BM_PlainText(benchmark::State& state) {
-  overPages(state, [](const std::u16string& text) {
+  ferncast::bench::overArticlePages(state, [](const std::u16string& text) {
     benchmark::DoNotOptimize(ferncast::stringByConvertingHtml2PlainText(text));
   });
 }
 BENCHMARK(BM_PlainText);
 
 void BM_ReformattedPlainText(benchmark::State& state) {
-  overPages(state, [](const std::u16string& text) {
+  ferncast::bench::overArticlePages(state, [](const std::u16string& text) {
     benchmark::DoNotOptimize(ferncast::stringByConvertingHtml2ReformattedPlainText(text));
   });
 }
 BENCHMARK(BM_ReformattedPlainText);
 
 void BM_PlainTextRemovingJunk(benchmark::State& state) {
-  overPages(state, [](const std::u16string& text) {
+  ferncast::bench::overArticlePages(state, [](const std::u16string& text) {
     bool junk = false;
     benchmark::DoNotOptimize(ferncast::stringByConvertingHtml2PlainTextNonUmlauted(
         text, false, false, true, true, &junk, true, true));
@@ -114,7 +59,7 @@ void BM_PlainTextRemovingJunk(benchmark::State& state) {
 BENCHMARK(BM_PlainTextRemovingJunk);
 
 void BM_SimplifiedPlainText(benchmark::State& state) {
-  overPages(state, [](const std::u16string& text) {
+  ferncast::bench::overArticlePages(state, [](const std::u16string& text) {
     benchmark::DoNotOptimize(ferncast::stringByConvertingHtml2SimplifiedPlainText(text));
   });
 }

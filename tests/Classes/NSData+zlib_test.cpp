@@ -12,6 +12,8 @@
 #include <random>
 #include <string>
 
+#include "tests/Corpus.h"
+
 namespace ferncast {
 namespace {
 
@@ -253,23 +255,13 @@ TEST_F(GzipTool, WeReadTheToolsOutputWithItsFileNameHeader) {
 }
 
 TEST(Inflation, ReadsTheArticleCorpusLikeZlibsGzipReader) {
-  const std::filesystem::path directory =
-      std::filesystem::path(FERNCAST_SHARED_DIR) / "corpus" / "articles" / "html";
-  if (!std::filesystem::is_directory(directory)) GTEST_SKIP() << "no shared corpus";
+  if (corpus::articlePages().empty()) GTEST_SKIP() << "no shared corpus";
   int files = 0;
-  for (const auto& entry : std::filesystem::directory_iterator(directory)) {
-    if (entry.path().extension() != ".gz") continue;
-    std::ifstream in(entry.path(), std::ios::binary);
-    const Data compressed((std::istreambuf_iterator<char>(in)), std::istreambuf_iterator<char>());
-    gzFile reader = gzopen(entry.path().c_str(), "rb");
-    ASSERT_NE(reader, nullptr);
-    Data expected;
-    char buffer[65536];
-    int n;
-    while ((n = gzread(reader, buffer, sizeof buffer)) > 0)
-      expected.insert(expected.end(), buffer, buffer + n);
-    gzclose(reader);
-    EXPECT_EQ(dataByInflatingData(compressed), expected) << entry.path();
+  for (const corpus::File& page : corpus::articlePages()) {
+    const std::string compressed = corpus::readFile(page.path);
+    EXPECT_EQ(dataByInflatingData(Data(compressed.begin(), compressed.end())),
+              Data(page.bytes.begin(), page.bytes.end()))
+        << page.path;
     ++files;
   }
   EXPECT_GT(files, 0);

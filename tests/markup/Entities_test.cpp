@@ -15,6 +15,7 @@
 #include <vector>
 
 #include "Classes/Unicode.h"
+#include "tests/Corpus.h"
 
 namespace ferncast {
 namespace {
@@ -358,7 +359,7 @@ std::optional<unsigned long> numericReference(const std::string& input) {
 }
 
 nlohmann::json html5libTests(const std::string& name) {
-  std::ifstream file(std::string(FERNCAST_SHARED_DIR "/corpus/html5lib/") + name);
+  std::ifstream file(corpus::folder("html5lib") / name);
   return nlohmann::json::parse(file).at("tests");
 }
 
@@ -367,8 +368,7 @@ nlohmann::json html5libTests(const std::string& name) {
 // (html5lib leaves most names without ";" at the end of the input alone; we decode them, as HTML 4
 // readers did). Only "lang" and "rang" differ: HTML 5 moved them to U+27E8 and U+27E9.
 TEST(Html5lib, NamedReferencesOfHtml4DecodeAsExpected) {
-  if (!std::filesystem::exists(FERNCAST_SHARED_DIR "/corpus/html5lib"))
-    GTEST_SKIP() << "no shared corpus";
+  if (!corpus::present("html5lib")) GTEST_SKIP() << "no shared corpus";
   std::map<std::string, char16_t> html4 = html4Entities();
   std::set<std::string> accepted;
   for (const auto& [name, character] : html4) {
@@ -406,8 +406,7 @@ TEST(Html5lib, NamedReferencesOfHtml4DecodeAsExpected) {
 // not zero) decode to the code unit written wherever html5lib does not substitute another
 // character (U+FFFD for surrogates, Windows-1252 for 0x80-0x9F).
 TEST(Html5lib, NumericReferencesDecodeAsWritten) {
-  if (!std::filesystem::exists(FERNCAST_SHARED_DIR "/corpus/html5lib"))
-    GTEST_SKIP() << "no shared corpus";
+  if (!corpus::present("html5lib")) GTEST_SKIP() << "no shared corpus";
   int checked = 0;
   for (const char* name : {"numericEntities.test", "entities.test"}) {
     for (const auto& test : html5libTests(name)) {

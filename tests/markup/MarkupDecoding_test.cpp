@@ -19,6 +19,7 @@
 #include "Classes/NSData+zlib.h"
 #include "Classes/PropertyList.h"
 #include "Classes/Unicode.h"
+#include "tests/Corpus.h"
 
 namespace ferncast {
 namespace {
@@ -551,25 +552,22 @@ TEST_F(MarkupFile, MissingFilesGiveNothing) {
 // (cc03ddb5...) puts its meta tag after "<body>", where it does not count. Read with a Latin-1
 // guess, the declared ones must come out as their UTF-8 text, the others as Latin-1.
 TEST(MarkupDecoder, RealPagesFollowTheirDeclaration) {
-  const std::filesystem::path corpus = FERNCAST_SHARED_DIR "/corpus/articles/html";
-  if (!std::filesystem::is_directory(corpus)) GTEST_SKIP() << "no shared corpus";
+  if (corpus::articlePages().empty()) GTEST_SKIP() << "no shared corpus";
   std::size_t declared = 0, undeclared = 0;
-  for (const auto& entry : std::filesystem::directory_iterator(corpus)) {
-    std::ifstream in(entry.path(), std::ios::binary);
-    const Data gzipped((std::istreambuf_iterator<char>(in)), std::istreambuf_iterator<char>());
-    std::optional<Data> bytes = dataByInflatingData(gzipped);
-    ASSERT_TRUE(bytes) << entry.path();
+  for (const corpus::File& page : corpus::articlePages()) {
+    const std::filesystem::path& path = page.path;
+    const std::optional<Data> bytes = Data(page.bytes.begin(), page.bytes.end());
     NSStringEncoding used = 0;
     std::optional<std::u16string> text =
         stringWithMarkupData(*bytes, std::u16string_view(), NSISOLatin1StringEncoding, u"", &used);
-    ASSERT_TRUE(text) << entry.path();
+    ASSERT_TRUE(text) << path;
     if (used == NSUTF8StringEncoding) {
       ++declared;
-      EXPECT_EQ(*text, utf8ToUtf16(std::string(bytes->begin(), bytes->end()))) << entry.path();
+      EXPECT_EQ(*text, utf8ToUtf16(std::string(bytes->begin(), bytes->end()))) << path;
     } else {
       ++undeclared;
-      EXPECT_EQ(used, NSISOLatin1StringEncoding) << entry.path();
-      EXPECT_EQ(markupCharset(*text), u"") << entry.path();
+      EXPECT_EQ(used, NSISOLatin1StringEncoding) << path;
+      EXPECT_EQ(markupCharset(*text), u"") << path;
     }
   }
   EXPECT_EQ(declared, 48u);

@@ -12,11 +12,12 @@
 #include "markup/WebArchive+SearchableText.h"
 #include "markup/WebArchive+WebKitAdditions.h"
 #include "markup/WebResource+WebKitAdditions.h"
+#include "tests/Corpus.h"
 
 namespace ferncast {
 namespace {
 
-const std::string kCorpus = FERNCAST_SHARED_DIR "/corpus/webarchive/";
+const std::string kCorpus = corpus::folder("webarchive/").string();
 
 Data bytesOf(std::string_view text) {
   return Data(text.begin(), text.end());

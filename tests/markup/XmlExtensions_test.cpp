@@ -12,6 +12,7 @@
 
 #include "Classes/Log.h"
 #include "Classes/Unicode.h"
+#include "tests/Corpus.h"
 
 namespace ferncast {
 namespace {
@@ -346,25 +347,15 @@ TEST(TagScanner, TextRunsAndConstructsTileTheWholeText) {
 }
 
 TEST(TagScanner, RealPagesTileAndEveryScriptFindsItsEndTag) {
-  const std::filesystem::path folder = FERNCAST_SHARED_DIR "/corpus/articles/html";
-  if (!std::filesystem::is_directory(folder)) GTEST_SKIP() << "no corpus at " << folder;
+  if (corpus::articlePages().empty()) GTEST_SKIP() << "no corpus";
   std::size_t pages = 0;
   std::size_t scripts = 0;
-  for (const auto& entry : std::filesystem::directory_iterator(folder)) {
-    if (!entry.path().string().ends_with(".html.gz")) continue;
-    gzFile file = gzopen(entry.path().c_str(), "rb");
-    ASSERT_NE(file, nullptr);
-    std::string bytes;
-    char buffer[65536];
-    for (int n; (n = gzread(file, buffer, sizeof buffer)) > 0;) {
-      bytes.append(buffer, static_cast<std::size_t>(n));
-    }
-    gzclose(file);
-    const std::u16string text = utf8ToUtf16(bytes);
+  for (const corpus::File& page : corpus::articlePages()) {
+    const std::u16string text = utf8ToUtf16(page.bytes);
     Tiling tiling;
     EXPECT_TRUE(GetTagsOfString(text, TilingHandler, &tiling, false));
-    EXPECT_EQ(tiling.rebuilt, text) << entry.path();
-    EXPECT_EQ(tiling.scriptsWithEndTag, tiling.scripts) << entry.path();
+    EXPECT_EQ(tiling.rebuilt, text) << page.path;
+    EXPECT_EQ(tiling.scriptsWithEndTag, tiling.scripts) << page.path;
     scripts += tiling.scripts;
     ++pages;
   }

@@ -1,62 +1,25 @@
 // The "ferncast data" commands, run as a user runs them: exit statuses, output and messages.
 #include <gtest/gtest.h>
-#include <sys/wait.h>
-#include <unistd.h>
 
-#include <cstdlib>
 #include <filesystem>
-#include <fstream>
-#include <iterator>
 #include <random>
 #include <string>
 
+#include "tests/tools/RunFerncast.h"
+
 namespace {
+
+using ferncast::cli_test::Outcome;
 
 namespace fs = std::filesystem;
 
-struct Result {
-  int status;
-  std::string out;
-  std::string err;
-};
-
-class DataCommand : public ::testing::Test {
+class DataCommand : public ferncast::cli_test::FerncastTest {
  protected:
-  void SetUp() override {
-    ASSERT_EQ(access(kFerncast, X_OK), 0) << kFerncast << " is not built";
-    directory_ = fs::path(::testing::TempDir()) / ("data_cli_test_" + std::to_string(getpid()));
-    fs::create_directories(directory_);
+  // Runs "ferncast data ARGUMENTS" with `input` on standard input.
+  ferncast::cli_test::Outcome data(const std::string& arguments,
+                                   const std::string& input = "") const {
+    return run("data " + arguments, input);
   }
-  void TearDown() override {
-    std::error_code error;
-    fs::remove_all(directory_, error);
-  }
-
-  fs::path file(const std::string& name) const { return directory_ / name; }
-
-  fs::path write(const std::string& name, const std::string& bytes) const {
-    std::ofstream(file(name), std::ios::binary)
-        .write(bytes.data(), static_cast<std::streamsize>(bytes.size()));
-    return file(name);
-  }
-
-  static std::string read(const fs::path& path) {
-    std::ifstream in(path, std::ios::binary);
-    return std::string(std::istreambuf_iterator<char>(in), std::istreambuf_iterator<char>());
-  }
-
-  // Runs "ferncast data ARGS" with standard input from `input` (a file's bytes).
-  Result data(const std::string& arguments, const std::string& input = "") const {
-    const fs::path in = write("stdin", input);
-    const std::string command = std::string(kFerncast) + " data " + arguments + " < '" +
-                                in.string() + "' > '" + file("stdout").string() + "' 2> '" +
-                                file("stderr").string() + "'";
-    const int raw = std::system(command.c_str());
-    return {WIFEXITED(raw) ? WEXITSTATUS(raw) : -1, read(file("stdout")), read(file("stderr"))};
-  }
-
-  static constexpr const char* kFerncast = FERNCAST_BINARY_DIR "/tools/ferncast";
-  fs::path directory_;
 };
 
 std::string sampleText() {
@@ -73,14 +36,12 @@ bool oneLineMessage(const std::string& err) {
 TEST_F(DataCommand, GzipOutputIsReadByTheGzipTool) {
   const std::string text = sampleText();
   for (const char* level : {"", "--level 1 ", "--level 9 ", "--level 0 ", "--level 42 "}) {
-    Result gzip = data(std::string("gzip ") + level + "-", text);
+    Outcome gzip = data(std::string("gzip ") + level + "-", text);
     ASSERT_EQ(gzip.status, 0) << level << gzip.err;
     write("out.gz", gzip.out);
-    ASSERT_EQ(std::system(
-                  ("gzip -dc '" + file("out.gz").string() + "' > '" + file("plain").string() + "'")
-                      .c_str()),
+    ASSERT_EQ(std::system(("gzip -dc '" + path("out.gz") + "' > '" + path("plain") + "'").c_str()),
               0);
-    EXPECT_EQ(read(file("plain")), text) << level;
+    EXPECT_EQ(read(path("plain")), text) << level;
   }
   EXPECT_EQ(data("gzip --level 0", text).out, data("gzip --level 1", text).out);
   EXPECT_EQ(data("gzip --level 12", text).out, data("gzip --level 9", text).out);
@@ -88,14 +49,14 @@ TEST_F(DataCommand, GzipOutputIsReadByTheGzipTool) {
 
 TEST_F(DataCommand, DeflateAndInflateRoundTrip) {
   const std::string text = sampleText();
-  Result deflate = data("deflate " + write("text", text).string());
+  Outcome deflate = data("deflate " + write("text", text));
   ASSERT_EQ(deflate.status, 0);
   EXPECT_LT(deflate.out.size(), text.size() / 4);
-  Result inflate = data("inflate", deflate.out);
+  Outcome inflate = data("inflate", deflate.out);
   EXPECT_EQ(inflate.status, 0);
   EXPECT_EQ(inflate.out, text);
   // gzip framing is detected by the same command.
-  Result inflateGzip = data("inflate -", data("gzip", text).out);
+  Outcome inflateGzip = data("inflate -", data("gzip", text).out);
   EXPECT_EQ(inflateGzip.status, 0);
   EXPECT_EQ(inflateGzip.out, text);
 }
@@ -119,13 +80,13 @@ TEST_F(DataCommand, BadCompressedInputPrintsNothingAndExitsOne) {
       {"", "nothing"},
   };
   for (const auto& [input, why] : cases) {
-    Result inflate = data("inflate", input);
+    Outcome inflate = data("inflate", input);
     EXPECT_EQ(inflate.status, 1) << why;
     EXPECT_EQ(inflate.out, "") << why;
     EXPECT_TRUE(oneLineMessage(inflate.err)) << why << ": " << inflate.err;
   }
   for (const char* command : {"gzip", "deflate"}) {
-    Result empty = data(command, "");
+    Outcome empty = data(command, "");
     EXPECT_EQ(empty.status, 1) << command;
     EXPECT_EQ(empty.out, "") << command;
     EXPECT_TRUE(oneLineMessage(empty.err)) << command;
@@ -137,11 +98,11 @@ TEST_F(DataCommand, FormPrintsTheFieldsAsJson) {
       "--XyZ\r\nContent-Disposition: form-data; name=\"a\"\r\n\r\nvalue\r\n"
       "--XyZ\r\nContent-Disposition: form-data;  filename=\"f.txt\"\r\n"
       "Content-Type: text/plain\r\n\r\nhi\r\n--XyZ--\r\n";
-  Result form = data("form --boundary XyZ " + write("body", body).string());
+  Outcome form = data("form --boundary XyZ " + write("body", body));
   EXPECT_EQ(form.status, 0) << form.err;
   EXPECT_EQ(form.out, "{\"_filename\":\"f.txt\",\"a\":{\"data\":\"dmFsdWU=\"}}\n");
 
-  Result noFinalLine = data("form --boundary XyZ -", body.substr(0, body.size() - 2));
+  Outcome noFinalLine = data("form --boundary XyZ -", body.substr(0, body.size() - 2));
   EXPECT_EQ(noFinalLine.status, 1);
   EXPECT_EQ(noFinalLine.out, "");
   EXPECT_TRUE(oneLineMessage(noFinalLine.err));
@@ -153,7 +114,7 @@ TEST_F(DataCommand, PredicatesAnswerWithTheExitStatus) {
       {"is-rtf", "{\\rtf1\\ansi x}", 0}, {"is-rtf", "<html>", 1},
   };
   for (const auto& [command, input, status] : cases) {
-    Result run = data(command, input);
+    Outcome run = data(command, input);
     EXPECT_EQ(run.status, status) << command << " " << input;
     EXPECT_EQ(run.out, "");
   }
@@ -171,7 +132,7 @@ TEST_F(DataCommand, UsageAndUnreadableInputExitTwo) {
       "",
   };
   for (const char* arguments : cases) {
-    Result run = data(arguments, "x");
+    Outcome run = data(arguments, "x");
     EXPECT_EQ(run.status, 2) << arguments;
     EXPECT_EQ(run.out, "") << arguments;
     EXPECT_FALSE(run.err.empty()) << arguments;

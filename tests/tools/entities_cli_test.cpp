@@ -1,61 +1,24 @@
 // The "ferncast entities" commands, run as a user runs them: exit statuses and output bytes.
 #include <gtest/gtest.h>
-#include <sys/wait.h>
-#include <unistd.h>
 
-#include <cstdlib>
 #include <filesystem>
-#include <fstream>
-#include <iterator>
 #include <string>
+
+#include "tests/tools/RunFerncast.h"
 
 namespace {
 
+using ferncast::cli_test::Outcome;
+
 namespace fs = std::filesystem;
 
-struct Result {
-  int status;
-  std::string out;
-  std::string err;
-};
-
-class EntitiesCommand : public ::testing::Test {
+class EntitiesCommand : public ferncast::cli_test::FerncastTest {
  protected:
-  void SetUp() override {
-    ASSERT_EQ(access(kFerncast, X_OK), 0) << kFerncast << " is not built";
-    directory_ = fs::path(::testing::TempDir()) / ("entities_cli_test_" + std::to_string(getpid()));
-    fs::create_directories(directory_);
+  // Runs "ferncast entities ARGUMENTS" with `input` on standard input.
+  ferncast::cli_test::Outcome entities(const std::string& arguments,
+                                       const std::string& input = "") const {
+    return run("entities " + arguments, input);
   }
-  void TearDown() override {
-    std::error_code error;
-    fs::remove_all(directory_, error);
-  }
-
-  fs::path write(const std::string& name, const std::string& bytes) const {
-    fs::path path = directory_ / name;
-    std::ofstream(path, std::ios::binary)
-        .write(bytes.data(), static_cast<std::streamsize>(bytes.size()));
-    return path;
-  }
-
-  static std::string read(const fs::path& path) {
-    std::ifstream in(path, std::ios::binary);
-    return std::string(std::istreambuf_iterator<char>(in), std::istreambuf_iterator<char>());
-  }
-
-  // Runs "ferncast entities ARGS" with `input` on standard input.
-  Result run(const std::string& arguments, const std::string& input = "") const {
-    const fs::path in = write("stdin", input);
-    const fs::path out = directory_ / "stdout", err = directory_ / "stderr";
-    const std::string command = std::string(kFerncast) + " entities " + arguments + " < '" +
-                                in.string() + "' > '" + out.string() + "' 2> '" + err.string() +
-                                "'";
-    const int raw = std::system(command.c_str());
-    return {WIFEXITED(raw) ? WEXITSTATUS(raw) : -1, read(out), read(err)};
-  }
-
-  static constexpr const char* kFerncast = FERNCAST_BINARY_DIR "/tools/ferncast";
-  fs::path directory_;
 };
 
 struct Case {
@@ -85,7 +48,7 @@ TEST_F(EntitiesCommand, EachCommandConvertsItsInput) {
       {"json", "say \"hi\"\t/ é\n", "say \\\"hi\\\"\\t\\/ é\\n"},
   };
   for (const Case& c : cases) {
-    Result result = run(c.arguments, c.input);
+    Outcome result = entities(c.arguments, c.input);
     EXPECT_EQ(result.status, 0) << c.arguments << ": " << result.err;
     EXPECT_EQ(result.out, c.output) << c.arguments;
     EXPECT_EQ(result.err, "") << c.arguments;
@@ -94,16 +57,16 @@ TEST_F(EntitiesCommand, EachCommandConvertsItsInput) {
 
 TEST_F(EntitiesCommand, ReadsAFileArgument) {
   const fs::path file = write("input.html", "&copy; 2024 &mdash; &#169;");
-  Result result = run("decode '" + file.string() + "'");
+  Outcome result = entities("decode '" + file.string() + "'");
   EXPECT_EQ(result.status, 0) << result.err;
   EXPECT_EQ(result.out, "© 2024 — ©");
 }
 
 // Invalid UTF-8 is read as U+FFFD, never a failure.
 TEST_F(EntitiesCommand, InvalidUtf8BecomesReplacementCharacters) {
-  Result result = run("encode-high",
-                      "a\xff\xfe"
-                      "b");
+  Outcome result = entities("encode-high",
+                            "a\xff\xfe"
+                            "b");
   EXPECT_EQ(result.status, 0) << result.err;
   EXPECT_EQ(result.out, "a&#65533;&#65533;b");
 }
@@ -111,7 +74,7 @@ TEST_F(EntitiesCommand, InvalidUtf8BecomesReplacementCharacters) {
 TEST_F(EntitiesCommand, UsageErrorsAndUnreadableFilesExitWithTwo) {
   for (const std::string arguments :
        {"decode --no-such-option", "frobnicate", "decode '/nonexistent/input.html'", "json a b"}) {
-    Result result = run(arguments);
+    Outcome result = entities(arguments);
     EXPECT_EQ(result.status, 2) << arguments;
     EXPECT_FALSE(result.err.empty()) << arguments;
     EXPECT_EQ(result.out, "") << arguments;

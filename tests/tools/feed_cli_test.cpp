@@ -1,63 +1,19 @@
 // "ferncast feed", "ferncast article" and "ferncast error-page" run as a user runs them: outputs,
 // exit statuses, options and standard input.
 #include <gtest/gtest.h>
-#include <sys/wait.h>
-#include <unistd.h>
 
-#include <cstdlib>
 #include <filesystem>
-#include <fstream>
-#include <iterator>
 #include <string>
+
+#include "tests/tools/RunFerncast.h"
 
 namespace {
 
+using ferncast::cli_test::Outcome;
+
 namespace fs = std::filesystem;
 
-struct Outcome {
-  int status;
-  std::string out;
-  std::string err;
-};
-
-class FeedCommands : public ::testing::Test {
- protected:
-  void SetUp() override {
-    ASSERT_EQ(access(kFerncast, X_OK), 0) << kFerncast << " is not built";
-    directory_ = fs::path(::testing::TempDir()) / ("feed_cli_" + std::to_string(getpid()));
-    fs::create_directories(directory_);
-  }
-  void TearDown() override {
-    std::error_code error;
-    fs::remove_all(directory_, error);
-  }
-
-  std::string write(const std::string& name, const std::string& bytes) const {
-    fs::path path = directory_ / name;
-    std::ofstream(path, std::ios::binary)
-        .write(bytes.data(), static_cast<std::streamsize>(bytes.size()));
-    return path.string();
-  }
-
-  static std::string read(const fs::path& path) {
-    std::ifstream in(path, std::ios::binary);
-    return std::string(std::istreambuf_iterator<char>(in), std::istreambuf_iterator<char>());
-  }
-
-  // Runs "ferncast ARGS" with `input` on standard input, in the C locale and UTC.
-  Outcome run(const std::string& arguments, const std::string& input = "") const {
-    const std::string in = write("stdin", input);
-    const fs::path out = directory_ / "stdout", err = directory_ / "stderr";
-    const std::string command = "LC_ALL=C TZ=UTC " + std::string(kFerncast) + " " + arguments +
-                                " < '" + in + "' > '" + out.string() + "' 2> '" + err.string() +
-                                "'";
-    const int raw = std::system(command.c_str());
-    return {WIFEXITED(raw) ? WEXITSTATUS(raw) : -1, read(out), read(err)};
-  }
-
-  static constexpr const char* kFerncast = FERNCAST_BINARY_DIR "/tools/ferncast";
-  fs::path directory_;
-};
+using FeedCommands = ferncast::cli_test::FerncastTest;
 
 const std::string kFeed =
     "<?xml version=\"1.0\" encoding=\"ISO-8859-1\"?><rss version=\"2.0\"><channel>"

@@ -15,48 +15,23 @@
 #include <string>
 #include <thread>
 
+#include "tests/tools/RunFerncast.h"
+
 namespace {
 
 namespace fs = std::filesystem;
+using ferncast::cli_test::Outcome;
 
-constexpr const char* kFerncast = FERNCAST_BINARY_DIR "/tools/ferncast";
 constexpr const char* kHelper = FERNCAST_BINARY_DIR "/tools/ferncast-helper";
 
-struct Outcome {
-  int status;
-  std::string out;
-  std::string err;
-};
-
-class HelperCommand : public ::testing::Test {
+class HelperCommand : public ferncast::cli_test::FerncastTest {
  protected:
   void SetUp() override {
-    ASSERT_EQ(access(kFerncast, X_OK), 0) << kFerncast << " is not built";
     // The helper's name is per user: a network namespace of our own keeps other helpers away.
     static const bool isolated = unshare(CLONE_NEWNET) == 0;
     if (!isolated) GTEST_SKIP() << "needs a network namespace of its own";
-    directory_ = fs::path(::testing::TempDir()) / ("helper_cli_test_" + std::to_string(getpid()));
-    fs::create_directories(directory_);
+    FerncastTest::SetUp();
   }
-  void TearDown() override {
-    std::error_code ignored;
-    fs::remove_all(directory_, ignored);
-  }
-
-  static std::string slurp(const fs::path& path) {
-    std::ifstream in(path, std::ios::binary);
-    return {std::istreambuf_iterator<char>(in), std::istreambuf_iterator<char>()};
-  }
-
-  Outcome run(const std::string& program, const std::string& arguments) const {
-    const fs::path out = directory_ / "out", err = directory_ / "err";
-    const std::string command = program + " " + arguments + " < /dev/null > '" + out.string() +
-                                "' 2> '" + err.string() + "'";
-    const int raw = std::system(command.c_str());
-    return {WIFEXITED(raw) ? WEXITSTATUS(raw) : -1, slurp(out), slurp(err)};
-  }
-
-  fs::path directory_;
 };
 
 TEST_F(HelperCommand, RepliesArePrintedAsJsonWithTheirStatus) {
@@ -74,7 +49,7 @@ TEST_F(HelperCommand, RepliesArePrintedAsJsonWithTheirStatus) {
       {"helper PDFImageRepOfFile /missing.pdf --save-data saved", 1, "null\n"},
   };
   for (const Row& row : rows) {
-    Outcome outcome = run(kFerncast, row.arguments);
+    Outcome outcome = run(row.arguments);
     EXPECT_EQ(outcome.status, row.status) << row.arguments << "\n" << outcome.err;
     EXPECT_EQ(outcome.out, row.out) << row.arguments;
   }
@@ -84,13 +59,13 @@ TEST_F(HelperCommand, UsageErrorsExitTwo) {
   for (const char* arguments :
        {"helper supportsFile", "helper noSuchOperation /x", "helper writeRTFDData /dev/null",
         "helper attributed /nonexistent"}) {
-    EXPECT_EQ(run(kFerncast, arguments).status, 2) << arguments;
+    EXPECT_EQ(run(arguments).status, 2) << arguments;
   }
 }
 
 TEST_F(HelperCommand, RunningHelperIsUsedAndOneLaunchedForTheCommandEndsWithIt) {
   // Launched for the command: nothing is left listening afterwards.
-  EXPECT_EQ(run(kFerncast, "helper supportsFile /x").status, 1);
+  EXPECT_EQ(run("helper supportsFile /x").status, 1);
   auto listening = [] {
     std::ifstream table("/proc/net/unix");
     std::string text{std::istreambuf_iterator<char>(table), std::istreambuf_iterator<char>()};
@@ -108,7 +83,7 @@ TEST_F(HelperCommand, RunningHelperIsUsedAndOneLaunchedForTheCommandEndsWithIt) 
     std::this_thread::sleep_for(std::chrono::milliseconds(10));
   }
   ASSERT_TRUE(listening());
-  EXPECT_EQ(run(kFerncast, "helper supportsFile /x").status, 1);
+  EXPECT_EQ(run("helper supportsFile /x").status, 1);
   int status = 0;
   EXPECT_EQ(waitpid(helper, &status, WNOHANG), 0) << "the command ended a helper it found";
   kill(helper, SIGTERM);
@@ -119,7 +94,7 @@ TEST_F(HelperCommand, UnreachableHelperExitsThree) {
   // A copy of the command with no helper beside it.
   fs::path lonely = directory_ / "ferncast";
   fs::copy_file(kFerncast, lonely);
-  Outcome outcome = run(lonely.string(), "helper supportsFile /x");
+  Outcome outcome = runProgram(lonely.string(), "helper supportsFile /x");
   EXPECT_EQ(outcome.status, 3);
   EXPECT_NE(outcome.err.find("could not be reached"), std::string::npos) << outcome.err;
 }

@@ -1,64 +1,25 @@
 // "ferncast markup charset" and "ferncast markup decode", run as a user runs them: exit statuses,
 // output and messages.
 #include <gtest/gtest.h>
-#include <sys/wait.h>
-#include <unistd.h>
 
-#include <cstdlib>
 #include <filesystem>
-#include <fstream>
-#include <iterator>
 #include <string>
+
+#include "tests/tools/RunFerncast.h"
 
 namespace {
 
+using ferncast::cli_test::Outcome;
+
 namespace fs = std::filesystem;
 
-struct Outcome {
-  int status;
-  std::string out;
-  std::string err;
-};
-
-class MarkupCharsetCommand : public ::testing::Test {
+class MarkupCharsetCommand : public ferncast::cli_test::FerncastTest {
  protected:
-  void SetUp() override {
-    ASSERT_EQ(access(kFerncast, X_OK), 0) << kFerncast << " is not built";
-    directory_ =
-        fs::path(::testing::TempDir()) / ("markup_charset_cli_test_" + std::to_string(getpid()));
-    fs::create_directories(directory_);
+  // Runs "ferncast markup ARGUMENTS" with `input` on standard input.
+  ferncast::cli_test::Outcome markup(const std::string& arguments,
+                                     const std::string& input = "") const {
+    return run("markup " + arguments, input);
   }
-  void TearDown() override {
-    std::error_code error;
-    fs::remove_all(directory_, error);
-  }
-
-  fs::path write(const std::string& name, const std::string& bytes) const {
-    fs::path path = directory_ / name;
-    std::ofstream(path, std::ios::binary)
-        .write(bytes.data(), static_cast<std::streamsize>(bytes.size()));
-    return path;
-  }
-
-  static std::string read(const fs::path& path) {
-    std::ifstream in(path, std::ios::binary);
-    return std::string(std::istreambuf_iterator<char>(in), std::istreambuf_iterator<char>());
-  }
-
-  // Runs "ferncast markup ARGUMENTS" with standard input from `input`.
-  Outcome markup(const std::string& arguments, const std::string& input = "") const {
-    const fs::path in = write("stdin", input);
-    const fs::path out = directory_ / "stdout";
-    const fs::path err = directory_ / "stderr";
-    const std::string command = std::string(kFerncast) + " markup " + arguments + " < '" +
-                                in.string() + "' > '" + out.string() + "' 2> '" + err.string() +
-                                "'";
-    const int raw = std::system(command.c_str());
-    return {WIFEXITED(raw) ? WEXITSTATUS(raw) : -1, read(out), read(err)};
-  }
-
-  static constexpr const char* kFerncast = FERNCAST_BINARY_DIR "/tools/ferncast";
-  fs::path directory_;
 };
 
 TEST_F(MarkupCharsetCommand, NamesPrintBothNumbersAndTheConverter) {

@@ -1,55 +1,19 @@
 // The "ferncast text" commands as a user runs them: output bytes, exit statuses and messages.
 #include <gtest/gtest.h>
-#include <sys/wait.h>
-#include <unistd.h>
 
-#include <cstdlib>
 #include <filesystem>
-#include <fstream>
-#include <iterator>
 #include <string>
+
+#include "tests/tools/RunFerncast.h"
 
 namespace {
 
+using ferncast::cli_test::Outcome;
+
 namespace fs = std::filesystem;
 
-constexpr const char* kFerncast = FERNCAST_BINARY_DIR "/tools/ferncast";
 
-struct Outcome {
-  int status;
-  std::string out;
-  std::string err;
-};
-
-class TextCommand : public ::testing::Test {
- protected:
-  void SetUp() override {
-    ASSERT_EQ(access(kFerncast, X_OK), 0) << kFerncast << " is not built";
-    directory_ = fs::path(::testing::TempDir()) / ("text_cli_test_" + std::to_string(getpid()));
-    fs::create_directories(directory_);
-  }
-  void TearDown() override {
-    std::error_code ignored;
-    fs::remove_all(directory_, ignored);
-  }
-
-  static std::string slurp(const fs::path& path) {
-    std::ifstream in(path, std::ios::binary);
-    return {std::istreambuf_iterator<char>(in), std::istreambuf_iterator<char>()};
-  }
-
-  // "ferncast ARGUMENTS" with `input` on standard input.
-  Outcome run(const std::string& arguments, const std::string& input) const {
-    const fs::path in = directory_ / "in", out = directory_ / "out", err = directory_ / "err";
-    std::ofstream(in, std::ios::binary) << input;
-    const std::string command = std::string(kFerncast) + " " + arguments + " < '" + in.string() +
-                                "' > '" + out.string() + "' 2> '" + err.string() + "'";
-    const int raw = std::system(command.c_str());
-    return {WIFEXITED(raw) ? WEXITSTATUS(raw) : -1, slurp(out), slurp(err)};
-  }
-
-  fs::path directory_;
-};
+using TextCommand = ferncast::cli_test::FerncastTest;
 
 struct Row {
   const char* arguments;

@@ -1,50 +1,18 @@
 // The "ferncast url" and "ferncast html" commands as a user runs them: exit statuses and output.
 #include <gtest/gtest.h>
-#include <sys/wait.h>
-#include <unistd.h>
 
-#include <cstdlib>
 #include <filesystem>
-#include <fstream>
-#include <iterator>
 #include <string>
+
+#include "tests/tools/RunFerncast.h"
 
 namespace {
 
+using ferncast::cli_test::Outcome;
+
 namespace fs = std::filesystem;
 
-struct Result {
-  int status;
-  std::string out;
-};
-
-class UrlHtmlCommand : public ::testing::Test {
- protected:
-  void SetUp() override {
-    ASSERT_EQ(access(kFerncast, X_OK), 0) << kFerncast << " is not built";
-    directory_ = fs::path(::testing::TempDir()) / ("url_html_cli_" + std::to_string(getpid()));
-    fs::create_directories(directory_);
-  }
-  void TearDown() override {
-    std::error_code error;
-    fs::remove_all(directory_, error);
-  }
-
-  // Runs "ferncast ARGS" (arguments already quoted for the shell) with `input` on standard input.
-  Result run(const std::string& arguments, const std::string& input = "") const {
-    fs::path in = directory_ / "stdin", out = directory_ / "stdout";
-    std::ofstream(in, std::ios::binary) << input;
-    std::string command = std::string(kFerncast) + " " + arguments + " < '" + in.string() +
-                          "' > '" + out.string() + "' 2>/dev/null";
-    int raw = std::system(command.c_str());
-    std::ifstream result(out, std::ios::binary);
-    return {WIFEXITED(raw) ? WEXITSTATUS(raw) : -1,
-            std::string(std::istreambuf_iterator<char>(result), std::istreambuf_iterator<char>())};
-  }
-
-  static constexpr const char* kFerncast = FERNCAST_BINARY_DIR "/tools/ferncast";
-  fs::path directory_;
-};
+using UrlHtmlCommand = ferncast::cli_test::FerncastTest;
 
 TEST_F(UrlHtmlCommand, UrlCommandsPrintResultsAndExitOneForNil) {
   struct Case {
@@ -80,16 +48,16 @@ TEST_F(UrlHtmlCommand, UrlCommandsPrintResultsAndExitOneForNil) {
       {"url append-param q 'a b&c' 'http://h/p'", 0, "http://h/p?q=a%20b%26c\n"},
   };
   for (const Case& c : cases) {
-    Result result = run(c.arguments);
+    Outcome result = run(c.arguments);
     EXPECT_EQ(result.status, c.status) << c.arguments;
     EXPECT_EQ(result.out, c.out) << c.arguments;
   }
-  Result info = run("url info 'mailto:ann@example.com'");
+  Outcome info = run("url info 'mailto:ann@example.com'");
   EXPECT_EQ(info.status, 0);
   EXPECT_NE(info.out.find("\"isMailURL\":true"), std::string::npos);
   EXPECT_NE(info.out.find("\"isMailStringURL\":true"), std::string::npos);
   EXPECT_NE(info.out.find("\"host\":null"), std::string::npos);
-  Result invalid = run("url info 'www.a b.com'");
+  Outcome invalid = run("url info 'www.a b.com'");
   EXPECT_EQ(invalid.status, 1);
   EXPECT_NE(invalid.out.find("\"valid\":false"), std::string::npos);
   EXPECT_NE(invalid.out.find("\"isWebKitStringURL\":true"), std::string::npos);
@@ -121,11 +89,11 @@ TEST_F(UrlHtmlCommand, HtmlCommandsReadDecodedPagesFromStandardInput) {
       {"html keep-bodies '<table' -- -", 1, ""},
   };
   for (const Case& c : cases) {
-    Result result = run(c.arguments, page);
+    Outcome result = run(c.arguments, page);
     EXPECT_EQ(result.status, c.status) << c.arguments;
     EXPECT_EQ(result.out, c.out) << c.arguments;
   }
-  Result frames = run("html frames", page);
+  Outcome frames = run("html frames", page);
   EXPECT_EQ(frames.status, 0);
   EXPECT_NE(frames.out.find("\"frames\":[\"f.html\"]"), std::string::npos) << frames.out;
   EXPECT_EQ(run("html strip-tag span", "<p>x<span>y</span></p>").out, "<p>xy</p>");

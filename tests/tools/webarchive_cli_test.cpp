@@ -1,15 +1,11 @@
 // "ferncast webarchive" run as a user runs it: text, source, URL and info of archives.
 #include <gtest/gtest.h>
-#include <sys/wait.h>
-#include <unistd.h>
 
-#include <cstdlib>
 #include <filesystem>
-#include <fstream>
-#include <iterator>
 #include <string>
 
 #include "Classes/PropertyList.h"
+#include "tests/tools/RunFerncast.h"
 
 namespace {
 
@@ -18,12 +14,7 @@ using ferncast::Array;
 using ferncast::Data;
 using ferncast::Dictionary;
 using ferncast::Value;
-
-struct Outcome {
-  int status;
-  std::string out;
-  std::string err;
-};
+using ferncast::cli_test::Outcome;
 
 Value resource(std::u16string url, std::u16string mime, std::string data,
                std::u16string frame = u"") {
@@ -34,44 +25,13 @@ Value resource(std::u16string url, std::u16string mime, std::string data,
                     {u"WebResourceData", Value(Data(data.begin(), data.end()))}};
 }
 
-class WebArchiveCommand : public ::testing::Test {
+class WebArchiveCommand : public ferncast::cli_test::FerncastTest {
  protected:
-  void SetUp() override {
-    ASSERT_EQ(access(kFerncast, X_OK), 0) << kFerncast << " is not built";
-    directory_ = fs::path(::testing::TempDir()) / ("webarchive_cli_" + std::to_string(getpid()));
-    fs::create_directories(directory_);
-  }
-  void TearDown() override {
-    std::error_code error;
-    fs::remove_all(directory_, error);
-  }
-
-  std::string write(const std::string& name, const std::string& bytes) const {
-    fs::path path = directory_ / name;
-    std::ofstream(path, std::ios::binary)
-        .write(bytes.data(), static_cast<std::streamsize>(bytes.size()));
-    return path.string();
-  }
   std::string writeArchive(const std::string& name, const Value& plist) const {
     std::vector<std::uint8_t> bytes = ferncast::binaryPropertyList(plist);
     return write(name, std::string(bytes.begin(), bytes.end()));
   }
-
-  static std::string read(const fs::path& path) {
-    std::ifstream in(path, std::ios::binary);
-    return std::string(std::istreambuf_iterator<char>(in), std::istreambuf_iterator<char>());
-  }
-
-  Outcome webarchive(const std::string& arguments) const {
-    const fs::path out = directory_ / "stdout", err = directory_ / "stderr";
-    const std::string command = std::string(kFerncast) + " webarchive " + arguments + " > '" +
-                                out.string() + "' 2> '" + err.string() + "' < /dev/null";
-    const int raw = std::system(command.c_str());
-    return {WIFEXITED(raw) ? WEXITSTATUS(raw) : -1, read(out), read(err)};
-  }
-
-  static constexpr const char* kFerncast = FERNCAST_BINARY_DIR "/tools/ferncast";
-  fs::path directory_;
+  Outcome webarchive(const std::string& arguments) const { return run("webarchive " + arguments); }
 };
 
 TEST_F(WebArchiveCommand, AnswersTextSourceURLAndInfoOfAFramedArchive) {

@@ -12,6 +12,7 @@
 
 #include "Classes/NSData+zlib.h"
 #include "Classes/Unicode.h"
+#include "tests/Corpus.h"
 #include "url/NSString+URLUtilities.h"
 #include "url/NSURL+Quill.h"
 
@@ -131,23 +132,6 @@ TEST(HugeQueries, ScanAMegabyteInOnePass) {
 
 // Links from real pages: the string scanner from "?" and the URL object's query must agree when
 // there is no fragment, and both must agree with a plain split on "&" for simple queries.
-std::vector<std::string> corpusPages() {
-  std::vector<std::string> pages;
-  std::string directory = FERNCAST_SHARED_DIR "/corpus/articles/html";
-  DIR* dir = opendir(directory.c_str());
-  if (!dir) return pages;
-  while (dirent* entry = readdir(dir)) {
-    std::string name = entry->d_name;
-    if (!name.ends_with(".html.gz")) continue;
-    std::ifstream file(directory + "/" + name, std::ios::binary);
-    Data bytes((std::istreambuf_iterator<char>(file)), std::istreambuf_iterator<char>());
-    if (std::optional<Data> html = dataByInflatingData(bytes))
-      pages.emplace_back(html->begin(), html->end());
-  }
-  closedir(dir);
-  return pages;
-}
-
 // The double-quoted href values of a page that hold a "?" and no "#".
 std::vector<std::string> queryLinks(const std::string& page) {
   std::vector<std::string> links;
@@ -186,11 +170,11 @@ bool isPlainQuery(std::u16string_view query) {
 }
 
 TEST(QueryParametersOnRealLinks, AgreeBetweenStringAndURLObjectAndASimpleSplit) {
-  std::vector<std::string> pages = corpusPages();
+  const std::vector<corpus::File>& pages = corpus::articlePages();
   if (pages.empty()) GTEST_SKIP() << "no corpus";
   std::size_t compared = 0, simple = 0;
-  for (const std::string& page : pages) {
-    for (std::string link : queryLinks(page)) {
+  for (const corpus::File& page : pages) {
+    for (std::string link : queryLinks(page.bytes)) {
       for (std::size_t p; (p = link.find("&amp;")) != std::string::npos;)
         link.replace(p, 5, "&");
       std::u16string string = utf8ToUtf16(link);

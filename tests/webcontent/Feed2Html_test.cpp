@@ -11,6 +11,7 @@
 
 #include "Classes/Json.h"
 #include "Classes/Unicode.h"
+#include "tests/Corpus.h"
 #include "webcontent/Feed2Html.h"
 #include "webcontent/FeedDate.h"
 #include "webcontent/FeedExtensions.h"
@@ -246,16 +247,9 @@ TEST(EntitiesOfFeedText, MarkupCharactersOrHighCharactersBecomeReferences) {
 // The scan writes a feed's page itself; the same items rendered from their dictionaries must
 // give the same page body.
 TEST_F(FeedPages, TheScansPageAgreesWithPagesOfItsItemDictionaries) {
-  const fs::path root = fs::path(FERNCAST_SHARED_DIR) / "corpus" / "feeds";
   std::vector<std::u16string> feeds = {kFeed};
-  if (fs::is_directory(root)) {
-    for (const auto& entry : fs::recursive_directory_iterator(root)) {
-      if (entry.path().extension() != ".xml") continue;
-      std::ifstream in(entry.path(), std::ios::binary);
-      feeds.push_back(utf8ToUtf16(
-          std::string(std::istreambuf_iterator<char>(in), std::istreambuf_iterator<char>())));
-    }
-  }
+  for (const corpus::File& file : corpus::files("feeds", ".xml"))
+    feeds.push_back(utf8ToUtf16(file.bytes));
   for (const std::u16string& feed : feeds) {
     if (!isFeed(feed)) continue;
     const std::u16string page =

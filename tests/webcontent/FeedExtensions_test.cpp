@@ -10,6 +10,7 @@
 
 #include "Classes/Json.h"
 #include "Classes/Unicode.h"
+#include "tests/Corpus.h"
 #include "webcontent/FeedExtensions.h"
 
 namespace ferncast {
@@ -367,36 +368,32 @@ TEST(HostileFeeds, HugeFeedsUnclosedItemsAndHostileLengthsAreReadWithoutHarm) {
 namespace fs = std::filesystem;
 
 std::u16string readFeed(const fs::path& path) {
-  std::ifstream in(path, std::ios::binary);
-  std::string bytes{std::istreambuf_iterator<char>(in), std::istreambuf_iterator<char>()};
-  return utf8ToUtf16(bytes);
+  return utf8ToUtf16(corpus::readFile(path));
 }
 
 TEST(CorpusFeeds, EveryWellFormedFeedIsRecognisedAndItsEntriesCollected) {
-  const fs::path root = fs::path(FERNCAST_SHARED_DIR) / "corpus" / "feeds";
-  if (!fs::is_directory(root)) GTEST_SKIP() << root << " is absent";
+  if (!corpus::present("feeds")) GTEST_SKIP() << "no shared corpus";
   std::size_t feeds = 0;
-  for (const auto& entry : fs::recursive_directory_iterator(root / "wellformed")) {
-    if (entry.path().extension() != ".xml") continue;
-    const std::u16string feed = readFeed(entry.path());
+  for (const corpus::File& file : corpus::files("feeds/wellformed", ".xml")) {
+    const std::u16string feed = utf8ToUtf16(file.bytes);
     ++feeds;
-    EXPECT_TRUE(isFeed(feed)) << entry.path();
+    EXPECT_TRUE(isFeed(feed)) << file.path;
     bool complete = false;
-    EXPECT_TRUE(isFeedComplete(feed, &complete)) << entry.path();
-    EXPECT_TRUE(complete) << entry.path();
+    EXPECT_TRUE(isFeedComplete(feed, &complete)) << file.path;
+    EXPECT_TRUE(complete) << file.path;
     // Each "<item" or "<entry" element that closes gives one item.
     std::size_t opened = 0;
     for (std::u16string_view tag : {u"</item>", u"</entry>"}) {
       for (std::size_t at = feed.find(tag); at != std::u16string::npos; at = feed.find(tag, at + 1))
         ++opened;
     }
-    EXPECT_EQ(getItemsOfFeed(feed).size(), opened) << entry.path();
+    EXPECT_EQ(getItemsOfFeed(feed).size(), opened) << file.path;
   }
   EXPECT_GT(feeds, 100u);
 }
 
 TEST(CorpusFeeds, EntryTitlesLinksAndSummariesMatchTheirExpectations) {
-  const fs::path root = fs::path(FERNCAST_SHARED_DIR) / "corpus" / "feeds" / "wellformed";
+  const fs::path root = corpus::folder("feeds/wellformed");
   if (!fs::is_directory(root)) GTEST_SKIP() << root << " is absent";
   struct Case {
     const char* file;

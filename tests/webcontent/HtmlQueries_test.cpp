@@ -11,6 +11,7 @@
 #include "Classes/Log.h"
 #include "Classes/NSData+zlib.h"
 #include "Classes/Unicode.h"
+#include "tests/Corpus.h"
 #include "webcontent/HtmlExtensions.h"
 
 namespace ferncast {
@@ -350,18 +351,8 @@ TEST(IsHTML, NeedsMarkupAroundAnHtmlSignature) {
 
 std::vector<std::u16string> corpusPages() {
   std::vector<std::u16string> pages;
-  std::string directory = FERNCAST_SHARED_DIR "/corpus/articles/html";
-  DIR* dir = opendir(directory.c_str());
-  if (!dir) return pages;
-  while (dirent* entry = readdir(dir)) {
-    std::string name = entry->d_name;
-    if (!name.ends_with(".html.gz")) continue;
-    std::ifstream file(directory + "/" + name, std::ios::binary);
-    Data bytes((std::istreambuf_iterator<char>(file)), std::istreambuf_iterator<char>());
-    if (std::optional<Data> html = dataByInflatingData(bytes))
-      pages.push_back(utf8ToUtf16({reinterpret_cast<const char*>(html->data()), html->size()}));
-  }
-  closedir(dir);
+  for (const corpus::File& page : corpus::articlePages())
+    pages.push_back(utf8ToUtf16(page.bytes));
   return pages;
 }
 

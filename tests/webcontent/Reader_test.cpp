@@ -7,6 +7,7 @@
 #include <string>
 
 #include "Classes/Unicode.h"
+#include "tests/Corpus.h"
 #include "webcontent/Reader.h"
 
 namespace ferncast {
@@ -144,35 +145,17 @@ TEST(ArticleMarkers, IdOrClassNameTheArticleOrItsComments) {
 
 // ---- The article corpus ----
 
-namespace fs = std::filesystem;
-
-std::optional<std::string> gunzip(const fs::path& path) {
-  gzFile file = gzopen(path.c_str(), "rb");
-  if (!file) return std::nullopt;
-  std::string bytes;
-  char buffer[65536];
-  int n;
-  while ((n = gzread(file, buffer, sizeof buffer)) > 0)
-    bytes.append(buffer, static_cast<std::size_t>(n));
-  gzclose(file);
-  if (n < 0) return std::nullopt;
-  return bytes;
-}
-
 TEST(ArticleCorpus, StrippedPagesAreShorterAndAgreeWithTheDecision) {
-  const fs::path root = fs::path(FERNCAST_SHARED_DIR) / "corpus" / "articles" / "html";
-  if (!fs::is_directory(root)) GTEST_SKIP() << root << " is absent";
+  if (corpus::articlePages().empty()) GTEST_SKIP() << "no shared corpus";
   std::size_t pages = 0, stripped = 0;
-  for (const auto& entry : fs::directory_iterator(root)) {
-    std::optional<std::string> bytes = gunzip(entry.path());
-    ASSERT_TRUE(bytes) << entry.path();
-    const std::u16string html = utf8ToUtf16(*bytes);
+  for (const corpus::File& page : corpus::articlePages()) {
+    const std::u16string html = utf8ToUtf16(page.bytes);
     ++pages;
     std::optional<std::u16string> article = stripToArticle(html);
     if (!article) continue;
     ++stripped;
-    EXPECT_TRUE(possibleArticle(html)) << entry.path();
-    EXPECT_LE(article->size(), html.size() + 2) << entry.path();
+    EXPECT_TRUE(possibleArticle(html)) << page.path;
+    EXPECT_LE(article->size(), html.size() + 2) << page.path;
   }
   EXPECT_GT(pages, 0u);
   RecordProperty("stripped", static_cast<int>(stripped));
