@@ -4,7 +4,7 @@
 
 #include <vector>
 
-#include "tests/support/TestHosts.h"
+#include "tests/TestHosts.h"
 
 namespace ferncast {
 namespace {

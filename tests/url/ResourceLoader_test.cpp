@@ -9,8 +9,8 @@
 #include <string>
 
 #include "Classes/Unicode.h"
-#include "tests/support/LocalHttpServer.h"
-#include "tests/support/TestHosts.h"
+#include "tests/LocalHttpServer.h"
+#include "tests/TestHosts.h"
 
 namespace ferncast {
 namespace {

@@ -16,8 +16,11 @@
 #include "markup/WebArchive.h"
 #include "webcontent/HtmlExtensions.h"
 #include "webcontent/documents/FileWrapperFiles.h"
+#include "webcontent/documents/HtmlDocuments.h"
+#include "webcontent/documents/OfficeDocuments.h"
 #include "webcontent/documents/RTF.h"
 #include "webcontent/documents/RTFD.h"
+#include "webcontent/documents/WordDocuments.h"
 
 namespace ferncast {
 namespace {
@@ -90,6 +93,7 @@ std::optional<Document> readWebArchive(const DocumentSource& source) {
   const std::span<const std::uint8_t> bytes = bytesOf(source);
   std::optional<WebArchive> archive = WebArchive::fromData(bytes.data(), bytes.size());
   if (!archive) return std::nullopt;
+  if (std::optional<Document> page = readWebArchiveHTML(*archive)) return page;
   std::optional<std::u16string> markup;
   std::u16string text = searchableTextAndSource(*archive, &markup);
   text.erase(0, std::min(text.find_first_not_of(u'\n'), text.size()));
@@ -179,12 +183,21 @@ std::optional<Document> readPlainText(const DocumentSource& source) {
 constexpr std::u16string_view kRTFDExtensions[] = {u"rtfd"};
 constexpr std::u16string_view kRTFExtensions[] = {u"rtf"};
 constexpr std::u16string_view kWebArchiveExtensions[] = {u"webarchive"};
+constexpr std::u16string_view kOfficeOpenXMLExtensions[] = {u"docx", u"docm", u"dotx"};
+constexpr std::u16string_view kOpenDocumentTextExtensions[] = {u"odt", u"ott"};
+constexpr std::u16string_view kWordDocumentExtensions[] = {u"doc", u"dot"};
+constexpr std::u16string_view kHTMLExtensions[] = {u"html", u"htm", u"xhtml", u"shtml"};
 constexpr std::u16string_view kPlainTextExtensions[] = {u"txt", u"text"};
 
 constexpr DocumentFormat kFormats[] = {
     {"RTFD", matchesRTFD, kRTFDExtensions, readRTFD},
     {"RTF", matchesRTF, kRTFExtensions, readRTF},
     {"WebArchive", matchesWebArchive, kWebArchiveExtensions, readWebArchive},
+    {"OfficeOpenXML", matchesOfficeOpenXML, kOfficeOpenXMLExtensions, readOfficeOpenXMLDocument},
+    {"OpenDocumentText", matchesOpenDocumentText, kOpenDocumentTextExtensions,
+     readOpenDocumentTextDocument},
+    {"WordDocument", matchesWordDocument, kWordDocumentExtensions, readWordDocument},
+    {"HTML", matchesHTMLContent, kHTMLExtensions, readHTMLDocument},
     // Keep plain text last: its content test accepts almost any text.
     {"PlainText", matchesPlainText, kPlainTextExtensions, readPlainText},
 };

@@ -1,0 +1,48 @@
+// "ferncast html rtfd" as a user runs it: the package written, the loads reported on stderr.
+#include <gtest/gtest.h>
+
+#include <filesystem>
+
+#include "tests/LocalHttpServer.h"
+#include "tests/tools/RunFerncast.h"
+
+namespace ferncast::cli_test {
+namespace {
+
+class HtmlRtfdCommand : public FerncastTest {
+ protected:
+  test_support::LocalHttpServer server_{{
+      {"/a.png", {200, "image/png", std::string("\x89PNG\r\n\x1a\n", 8) + "picture"}},
+  }};
+};
+
+TEST_F(HtmlRtfdCommand, WritesThePackageAndReportsEachLoad) {
+  // The far image is an address outside this machine's networks: refused before any connection.
+  const std::string page = write("page.html",
+                                 "<h1>Title</h1><p>near <img src='/a.png' alt=NEAR> far "
+                                 "<img src='http://203.0.113.9/b.png' alt=FAR></p>");
+  Outcome o = run("html rtfd '" + page + "' --base '" + server_.url("/") + "' -o '" +
+                  path("out.rtfd") + "'");
+  ASSERT_EQ(o.status, 0) << o.err;
+  EXPECT_TRUE(std::filesystem::is_regular_file(path("out.rtfd/TXT.rtf")));
+  EXPECT_TRUE(std::filesystem::is_regular_file(path("out.rtfd/a.png")));
+  EXPECT_NE(o.err.find("allowed"), std::string::npos) << o.err;
+  EXPECT_NE(o.err.find("refused"), std::string::npos) << o.err;
+  EXPECT_NE(o.err.find(server_.url("/a.png")), std::string::npos) << o.err;
+  const std::string rtf = read(path("out.rtfd/TXT.rtf"));
+  EXPECT_NE(rtf.find("FAR"), std::string::npos);
+  EXPECT_EQ(rtf.find("NEAR"), std::string::npos) << "the loaded image replaces its alt text";
+}
+
+TEST_F(HtmlRtfdCommand, DataOnStandardOutputAndNilForEmptyPages) {
+  const std::string page = write("page.html", "<p>caf\xE9</p>");
+  Outcome o = run("html rtfd '" + page + "' --allow-remote --charset iso-8859-1 -o -");
+  ASSERT_EQ(o.status, 0) << o.err;
+  EXPECT_EQ(o.out.substr(0, 4), "rtfd");
+  EXPECT_EQ(run("html rtfd '" + write("empty.html", "<p> </p>") + "' -o -").status, 1);
+  EXPECT_EQ(run("html rtfd '" + path("missing.html") + "' -o -").status, 2);
+  EXPECT_EQ(run("html rtfd '" + page + "'").status, 2) << "-o is required";
+}
+
+}  // namespace
+}  // namespace ferncast::cli_test
