@@ -12,6 +12,7 @@
 #include "Classes/Unicode.h"
 #include "markup/Html2Text.h"
 #include "markup/MarkupDecoding.h"
+#include "tests/AttributedText.h"
 #include "tests/Corpus.h"
 #include "tests/LocalHttpServer.h"
 #include "tests/TestHosts.h"
@@ -32,12 +33,8 @@ HtmlReading read(std::u16string_view html, const HtmlReaderOptions& options = {}
   return reading ? std::move(*reading) : HtmlReading{};
 }
 
-// The attributes of the first character of `word` in the text.
 Attributes at(const HtmlReading& reading, std::u16string_view word) {
-  std::size_t index = reading.string.string().find(word);
-  EXPECT_NE(index, std::u16string::npos) << utf8(word) << " in " << utf8(reading.string.string());
-  if (index == std::u16string::npos) return {};
-  return reading.string.attributesAtIndex(index);
+  return test_support::attributesOfWord(reading.string, word);
 }
 
 TEST(HtmlLayout, BlocksBreakLinesAndWhiteSpaceCollapses) {

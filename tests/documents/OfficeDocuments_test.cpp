@@ -11,6 +11,7 @@
 #include <string>
 
 #include "Classes/Unicode.h"
+#include "tests/AttributedText.h"
 
 namespace ferncast {
 namespace {
@@ -26,9 +27,7 @@ PackagePart partsOf(const Parts& parts) {
 }
 
 Attributes at(const Document& d, std::u16string_view word) {
-  std::size_t index = d.string.string().find(word);
-  EXPECT_NE(index, std::u16string::npos) << utf16ToUtf8(word);
-  return index == std::u16string::npos ? Attributes{} : d.string.attributesAtIndex(index);
+  return test_support::attributesOfWord(d.string, word);
 }
 
 constexpr const char* kW =
@@ -230,7 +229,8 @@ TEST(OfficeDocuments, ReadFilesThatPandocWrites) {
     ASSERT_EQ(system(command.c_str()), 0);
     std::ifstream in(out, std::ios::binary);
     Data bytes((std::istreambuf_iterator<char>(in)), std::istreambuf_iterator<char>());
-    DocumentSource source{u"out", &bytes, utf8ToUtf16(extension)};
+    const std::u16string extension16 = utf8ToUtf16(extension);
+    DocumentSource source{u"out", &bytes, extension16};
     const bool docx = std::string_view(extension) == "docx";
     EXPECT_TRUE(docx ? matchesOfficeOpenXML(source) : matchesOpenDocumentText(source));
     EXPECT_FALSE(docx ? matchesOpenDocumentText(source) : matchesOfficeOpenXML(source));

@@ -6,6 +6,7 @@
 #include <array>
 #include <cstring>
 #include <string>
+#include <unordered_set>
 
 #include "Classes/NSData+Quill.h"
 #include "Classes/NSString+Encoding.h"
@@ -93,25 +94,33 @@ std::optional<Document> readWebArchive(const DocumentSource& source) {
   const std::span<const std::uint8_t> bytes = bytesOf(source);
   std::optional<WebArchive> archive = WebArchive::fromData(bytes.data(), bytes.size());
   if (!archive) return std::nullopt;
-  if (std::optional<Document> page = readWebArchiveHTML(*archive)) return page;
-  std::optional<std::u16string> markup;
-  std::u16string text = searchableTextAndSource(*archive, &markup);
-  text.erase(0, std::min(text.find_first_not_of(u'\n'), text.size()));
-  AttributedString string(text);
+  std::unordered_set<std::u16string> shown;
+  std::optional<Document> page = readWebArchiveHTML(*archive, &shown);
+  if (!page) {
+    std::optional<std::u16string> markup;
+    std::u16string text = searchableTextAndSource(*archive, &markup);
+    text.erase(0, std::min(text.find_first_not_of(u'\n'), text.size()));
+    Dictionary attributes{
+        {std::u16string(kDocumentTypeDocumentAttribute), Value(kWebArchiveTextDocumentType)}};
+    if (markup) {
+      std::u16string title = normalizedHtmlTitle(*markup);
+      if (!title.empty()) attributes[std::u16string(kTitleDocumentAttribute)] = std::move(title);
+    }
+    page = documentOf(AttributedString(text), std::move(attributes));
+  }
+  // The archive's images that the page does not show follow, each on a line of its own.
+  AttributedString& string = page->string;
   for (const WebResource& resource : archive->subresources()) {
-    if (!resource.MIMEType.starts_with(u"image/") || resource.data.empty()) continue;
-    string.append(u"\n", {});
+    if (!resource.MIMEType.starts_with(u"image/") || resource.data.empty() ||
+        shown.contains(resource.URL)) {
+      continue;
+    }
+    if (string.length() == 0 || string.string().back() != u'\n') string.append(u"\n", {});
     string.appendAttachment({std::make_shared<const FileWrapper>(FileWrapper::regularFile(
                                 resource.data, fileNameOfURL(resource.URL)))},
                             {});
   }
-  Dictionary attributes{
-      {std::u16string(kDocumentTypeDocumentAttribute), Value(kWebArchiveTextDocumentType)}};
-  if (markup) {
-    std::u16string title = normalizedHtmlTitle(*markup);
-    if (!title.empty()) attributes[std::u16string(kTitleDocumentAttribute)] = std::move(title);
-  }
-  return documentOf(std::move(string), std::move(attributes));
+  return page;
 }
 
 // ---- Plain text ----

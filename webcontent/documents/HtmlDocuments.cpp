@@ -63,17 +63,20 @@ std::optional<Document> readHTMLDocument(const DocumentSource& source) {
   return Document{std::move(reading->string), std::move(reading->documentAttributes)};
 }
 
-std::optional<Document> readWebArchiveHTML(const WebArchive& archive) {
+std::optional<Document> readWebArchiveHTML(const WebArchive& archive,
+                                           std::unordered_set<std::u16string>* shown) {
   const WebResource& main = archive.mainResource();
   if (!ascii::startsWithIgnoringCase(main.MIMEType, u"text/html") &&
       !ascii::startsWithIgnoringCase(main.MIMEType, u"application/xhtml")) {
     return std::nullopt;
   }
   std::unordered_map<std::u16string, ArchivedResource> resources;
+  std::unordered_map<std::u16string, const std::u16string*> written;  // key -> the archive's URL
   for (const WebResource& resource : archive.subresources()) {
     std::optional<URL> url = URL::URLWithString(resource.URL);
-    resources.emplace(url ? url->absoluteString() : resource.URL,
-                      ArchivedResource{resource.data, resource.MIMEType});
+    std::u16string key = url ? url->absoluteString() : resource.URL;
+    written.emplace(key, &resource.URL);
+    resources.emplace(std::move(key), ArchivedResource{resource.data, resource.MIMEType});
   }
   HtmlReaderOptions options;
   options.baseURL = URL::URLWithString(main.URL);
@@ -83,6 +86,11 @@ std::optional<Document> readWebArchiveHTML(const WebArchive& archive) {
   options.resources->archive = &resources;
   std::optional<HtmlReading> reading = readHTML(main.data, options);
   if (!reading) return std::nullopt;
+  for (const LoadedResource& load : reading->loads) {
+    auto found = written.find(load.url.absoluteString());
+    if (shown && load.outcome == LoadOutcome::kLoaded && found != written.end())
+      shown->insert(*found->second);
+  }
   reading->documentAttributes[std::u16string(kDocumentTypeDocumentAttribute)] =
       std::u16string(kWebArchiveTextDocumentType);
   return Document{std::move(reading->string), std::move(reading->documentAttributes)};

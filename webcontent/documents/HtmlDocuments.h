@@ -10,6 +10,8 @@
 #pragma once
 
 #include <optional>
+#include <string>
+#include <unordered_set>
 
 #include "markup/WebArchive.h"
 #include "webcontent/documents/DocumentReader.h"
@@ -22,7 +24,9 @@ bool matchesHTMLContent(const DocumentSource& source);
 // The document of an HTML file; nullopt when the page gives nothing.
 std::optional<Document> readHTMLDocument(const DocumentSource& source);
 // The main resource's page laid out with the archive's images; "DocumentType" "NSWebArchive".
-// nullopt when the main resource gives nothing as HTML.
-std::optional<Document> readWebArchiveHTML(const WebArchive& archive);
+// `shown` (may be null) receives the URLs, as the archive writes them, of the subresources that
+// the page shows. nullopt when the main resource gives nothing as HTML.
+std::optional<Document> readWebArchiveHTML(const WebArchive& archive,
+                                           std::unordered_set<std::u16string>* shown);
 
 }  // namespace ferncast

@@ -12,6 +12,7 @@
 #include "markup/XmlExtensions.h"
 #include "url/NSString+URLNormalization.h"
 #include "webcontent/documents/CssSubset.h"
+#include "webcontent/documents/ListMarkers.h"
 
 namespace ferncast {
 namespace {
@@ -22,7 +23,6 @@ constexpr double kDefaultFontSize = 12;  // 16 CSS pixels
 constexpr char16_t kDefaultFamily[] = u"Times";
 constexpr char16_t kMonospaceFamily[] = u"Courier";
 constexpr double kMonospaceScale = 13.0 / 16.0;
-constexpr double kIndentStep = 36;  // a list level or a blockquote
 constexpr Color kLinkColor{0, 0, 238};
 constexpr std::size_t kMaxDepth = 256;
 // The layout looks at the clock every so many constructs.
@@ -198,10 +198,6 @@ Tag tagOf(std::u16string_view lower) {
   return found == table->end() ? Tag::kOther : found->second;
 }
 
-bool isHeading(Tag t) {
-  return t >= Tag::kH1 && t <= Tag::kH6;
-}
-
 // Elements that end the paragraph before and after them.
 bool isBlock(Tag t) {
   switch (t) {
@@ -242,48 +238,9 @@ bool isHtmlSpace(char16_t c) {
   return c == u' ' || c == u'\n' || c == u'\t' || c == u'\r' || c == u'\f';
 }
 
-// A list marker for item `n` in the given style.
-std::u16string markerText(const std::u16string& format, int n) {
-  auto alpha = [](int value, char16_t base) {
-    std::u16string s;
-    for (value = std::max(1, value); value > 0; value = (value - 1) / 26)
-      s.insert(s.begin(), static_cast<char16_t>(base + (value - 1) % 26));
-    return s;
-  };
-  auto roman = [](int value, bool upper) {
-    static constexpr std::pair<int, const char*> kDigits[] = {
-        {1000, "m"}, {900, "cm"}, {500, "d"}, {400, "cd"}, {100, "c"}, {90, "xc"}, {50, "l"},
-        {40, "xl"},  {10, "x"},   {9, "ix"},  {5, "v"},    {4, "iv"},  {1, "i"}};
-    std::u16string s;
-    value = std::clamp(value, 1, 3999);
-    for (const auto& [amount, digits] : kDigits) {
-      for (; value >= amount; value -= amount)
-        for (const char* d = digits; *d; ++d)
-          s += static_cast<char16_t>(upper ? *d - 32 : *d);
-    }
-    return s;
-  };
-  std::u16string number;
-  if (format.starts_with(u"{disc}")) return u"\u2022";
-  if (format.starts_with(u"{circle}")) return u"\u25E6";
-  if (format.starts_with(u"{square}")) return u"\u25AA";
-  if (format.starts_with(u"{lower-alpha}"))
-    number = alpha(n, u'a');
-  else if (format.starts_with(u"{upper-alpha}"))
-    number = alpha(n, u'A');
-  else if (format.starts_with(u"{lower-roman}"))
-    number = roman(n, false);
-  else if (format.starts_with(u"{upper-roman}"))
-    number = roman(n, true);
-  else {
-    std::string digits = std::to_string(n);
-    number.assign(digits.begin(), digits.end());
-  }
-  return number + u".";
-}
-
-// The image kind of loaded bytes, as a file-name extension; nullptr when they are no image.
-const char* imageExtension(const Data& data) {
+// The image kind of loaded bytes, as a file-name extension: by their first bytes, else by an
+// "image/..." media type; empty when they are no image.
+std::string imageExtension(const Data& data, std::u16string_view mediaType) {
   auto starts = [&](std::string_view magic) {
     return data.size() >= magic.size() && std::memcmp(data.data(), magic.data(), magic.size()) == 0;
   };
@@ -298,12 +255,19 @@ const char* imageExtension(const Data& data) {
   std::string_view head(reinterpret_cast<const char*>(data.data()),
                         std::min<std::size_t>(data.size(), 1024));
   if (head.find("<svg") != std::string_view::npos) return "svg";
-  return nullptr;
+  std::string subtype;
+  if (mediaType.starts_with(u"image/")) {
+    for (char16_t c : mediaType.substr(6, 8)) {
+      if (!((c >= u'a' && c <= u'z') || (c >= u'0' && c <= u'9'))) break;
+      subtype += static_cast<char>(c);
+    }
+  }
+  return subtype;
 }
 
 // A file name for an attachment: the last path segment of its URL when usable, else "image",
 // with the extension of its kind when it has none.
-std::u16string attachmentName(const URL& url, const char* extension) {
+std::u16string attachmentName(const URL& url, const std::string& extension) {
   std::u16string name;
   if (url.path()) {
     std::u16string_view path = *url.path();
@@ -314,8 +278,8 @@ std::u16string attachmentName(const URL& url, const char* extension) {
     name = u"image";
   if (name.find(u'.') == std::u16string::npos) {
     name += u'.';
-    for (const char* e = extension; *e; ++e)
-      name += static_cast<char16_t>(*e);
+    for (char e : extension)
+      name += static_cast<char16_t>(e);
   }
   return name;
 }
@@ -818,8 +782,8 @@ class Layout {
         break;
       case Tag::kBlockquote:
       case Tag::kDd:
-        p.headIndent += kIndentStep;
-        p.firstLineHeadIndent += kIndentStep;
+        p.headIndent += kListIndentStep;
+        p.firstLineHeadIndent += kListIndentStep;
         break;
       case Tag::kCenter:
         p.alignment = TextAlignment::kCenter;
@@ -847,11 +811,9 @@ class Layout {
         }
         e.markerFormat = list.markerFormat;
         e.counter = list.startingItem;
-        p.textLists.push_back(list);
-        const double indent = kIndentStep * e.listLevel;
-        p.headIndent = indent;
-        p.firstLineHeadIndent = 0;
-        p.tabStops = {TabStop{indent - kIndentStep + 11}, TabStop{indent}};
+        std::vector<TextList> lists = p.textLists;
+        lists.push_back(std::move(list));
+        setListParagraphStyle(p, lists);
         break;
       }
       default:
@@ -897,7 +859,7 @@ class Layout {
     Element marker = item;
     stack_.push_back(std::move(marker));
     put(u'\t');
-    for (char16_t c : markerText(format, n))
+    for (char16_t c : listMarker(format, n))
       put(c);
     put(u'\t');
     flush();
@@ -976,8 +938,8 @@ AttributedString withImages(const AttributedString& laidOut,
     if (!images[i].url) continue;
     const LoadedResource& load = loads[k++];
     if (load.outcome != LoadOutcome::kLoaded) continue;
-    const char* extension = imageExtension(load.data);
-    if (!extension) continue;
+    std::string extension = imageExtension(load.data, load.MIMEType);
+    if (extension.empty()) continue;
     auto& wrapper = wrappers[load.url.absoluteString()];
     if (!wrapper) {
       wrapper = std::make_shared<FileWrapper>(

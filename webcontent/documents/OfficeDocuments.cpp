@@ -13,13 +13,13 @@
 
 #include "Classes/Unicode.h"
 #include "webcontent/documents/CssSubset.h"
+#include "webcontent/documents/ListMarkers.h"
 
 namespace ferncast {
 namespace {
 
 constexpr int kMaxDepth = 256;
 constexpr double kDefaultSize = 12;
-constexpr double kIndentStep = 36;
 constexpr double kHeadingSizes[] = {24, 18, 14, 12, 10, 8};
 
 // ---- Packages ----
@@ -172,31 +172,6 @@ std::vector<ListLevel> levelsTo(std::vector<ListLevel> levels, int level) {
   return levels;
 }
 
-std::u16string marker(const ListLevel& level, int n) {
-  const std::u16string& f = level.format;
-  if (f == u"{disc}") return u"\u2022";
-  if (f == u"{circle}") return u"\u25E6";
-  if (f == u"{square}") return u"\u25AA";
-  std::u16string s;
-  if (f.starts_with(u"{lower-alpha}") || f.starts_with(u"{upper-alpha}")) {
-    char16_t base = f[1] == u'l' ? u'a' : u'A';
-    for (int v = std::max(1, n); v > 0; v = (v - 1) / 26)
-      s.insert(s.begin(), static_cast<char16_t>(base + (v - 1) % 26));
-  } else if (f.starts_with(u"{lower-roman}") || f.starts_with(u"{upper-roman}")) {
-    static constexpr std::pair<int, const char*> kDigits[] = {
-        {1000, "m"}, {900, "cm"}, {500, "d"}, {400, "cd"}, {100, "c"}, {90, "xc"}, {50, "l"},
-        {40, "xl"},  {10, "x"},   {9, "ix"},  {5, "v"},    {4, "iv"},  {1, "i"}};
-    int v = std::clamp(n, 1, 3999);
-    for (const auto& [amount, digits] : kDigits)
-      for (; v >= amount; v -= amount)
-        for (const char* d = digits; *d; ++d)
-          s += static_cast<char16_t>(f[1] == u'u' ? *d - 32 : *d);
-  } else {
-    s = utf16(std::to_string(n));
-  }
-  return s + u".";
-}
-
 // Character formatting that a style or a run may set.
 struct RunProperties {
   std::optional<bool> bold, italic, strike;
@@ -236,6 +211,33 @@ struct ParagraphProperties {
   int headingLevel = 0;  // 1...6, 0 for none
 };
 
+// A paragraph or character style, with the style it is based on.
+struct NamedStyle {
+  std::string parent;
+  RunProperties run;
+  ParagraphProperties paragraph;
+};
+
+// Merges the style `id` after the styles it is based on (at most 10 deep, so loops end).
+void resolveStyle(const std::unordered_map<std::string, NamedStyle>& styles, std::string id,
+                  RunProperties& run, ParagraphProperties* paragraph) {
+  std::vector<const NamedStyle*> chain;
+  while (!id.empty() && chain.size() < 10) {
+    auto found = styles.find(id);
+    if (found == styles.end()) break;
+    chain.push_back(&found->second);
+    id = found->second.parent;
+  }
+  for (auto it = chain.rbegin(); it != chain.rend(); ++it) {
+    run.merge((*it)->run);
+    if (!paragraph) continue;
+    const ParagraphProperties& p = (*it)->paragraph;
+    if (p.alignment) paragraph->alignment = p.alignment;
+    if (p.indent) paragraph->indent = p.indent;
+    if (p.headingLevel) paragraph->headingLevel = p.headingLevel;
+  }
+}
+
 // Builds the string paragraph by paragraph; a paragraph's style is known at its start.
 class Builder {
  public:
@@ -256,6 +258,63 @@ class Builder {
   AttributedString out_;
   bool lineStart_ = true;
 };
+
+// Gives the paragraph the lists down to `level` and writes the item's marker.
+void listItem(Builder& builder, Attributes& a, const std::vector<ListLevel>& levels, int level,
+              int n) {
+  std::vector<TextList> lists;
+  for (int i = 0; i <= level; ++i)
+    lists.push_back({levels[i].format, levels[i].start});
+  setListParagraphStyle(a.paragraphStyle, lists);
+  builder.text(u"\t" + listMarker(levels[level].format, n) + u"\t", a);
+}
+
+// Keywords separated by commas or semicolons.
+Array keywordList(std::u16string_view text) {
+  Array words;
+  std::size_t start = 0;
+  while (start <= text.size()) {
+    std::size_t end = std::min(text.find_first_of(u",;", start), text.size());
+    std::u16string_view word = text.substr(start, end - start);
+    while (!word.empty() && word.front() == u' ')
+      word.remove_prefix(1);
+    while (!word.empty() && word.back() == u' ')
+      word.remove_suffix(1);
+    if (!word.empty()) words.emplace_back(std::u16string(word));
+    start = end + 1;
+  }
+  return words;
+}
+
+// A metadata element of a package and the document attribute it gives.
+struct PropertyName {
+  const char* element;  // local name
+  std::u16string_view key;
+};
+
+// The document attributes of the metadata elements under `parent`: dates for the time keys,
+// keyword lists (one element with a list, or one element per keyword), text for the rest.
+void readPropertyElements(const pugi::xml_node& parent, std::span<const PropertyName> names,
+                          Dictionary& attributes) {
+  Array keywords;
+  for (pugi::xml_node n : parent.children()) {
+    auto found = std::find_if(names.begin(), names.end(),
+                              [&](const PropertyName& p) { return local(n) == p.element; });
+    std::u16string text = utf16(n.text().get());
+    if (found == names.end() || text.empty()) continue;
+    if (found->key == kKeywordsDocumentAttribute) {
+      for (Value& word : keywordList(text))
+        keywords.push_back(std::move(word));
+    } else if (found->key == kCreationTimeDocumentAttribute ||
+               found->key == kModificationTimeDocumentAttribute) {
+      if (auto date = parseDate(n.text().get())) attributes[std::u16string(found->key)] = *date;
+    } else {
+      attributes[std::u16string(found->key)] = std::move(text);
+    }
+  }
+  if (!keywords.empty())
+    attributes[std::u16string(kKeywordsDocumentAttribute)] = std::move(keywords);
+}
 
 // ---- Office Open XML ----
 
@@ -280,12 +339,6 @@ class DocxReader {
   }
 
  private:
-  struct Style {
-    std::string basedOn;
-    RunProperties run;
-    ParagraphProperties paragraph;
-  };
-
   void readRelationships() {
     auto rels = parseXml(part_("word/_rels/document.xml.rels"));
     if (!rels) return;
@@ -365,8 +418,8 @@ class DocxReader {
     defaultRun_ = runProperties(defaults);
     for (pugi::xml_node s : root.children()) {
       if (local(s) != "style") continue;
-      Style& style = styles_[value(s, "styleId").data()];
-      style.basedOn = value(child(s, "basedOn"), "val");
+      NamedStyle& style = styles_[value(s, "styleId").data()];
+      style.parent = value(child(s, "basedOn"), "val");
       style.run = runProperties(child(s, "rPr"));
       style.paragraph = paragraphProperties(child(s, "pPr"));
       std::string name(value(child(s, "name"), "val"));
@@ -374,25 +427,6 @@ class DocxReader {
       if (name.starts_with("heading ") && name.size() == 9 && name[8] >= '1' && name[8] <= '6')
         style.paragraph.headingLevel = name[8] - '0';
       if (name == "title") style.paragraph.headingLevel = 1;
-    }
-  }
-
-  // A style with the styles it is based on, nearest last.
-  void resolveStyle(const std::string& id, RunProperties& run, ParagraphProperties* paragraph) {
-    std::vector<const Style*> chain;
-    std::string next = id;
-    while (!next.empty() && chain.size() < 10) {
-      auto found = styles_.find(next);
-      if (found == styles_.end()) break;
-      chain.push_back(&found->second);
-      next = found->second.basedOn;
-    }
-    for (auto it = chain.rbegin(); it != chain.rend(); ++it) {
-      run.merge((*it)->run);
-      if (!paragraph) continue;
-      if ((*it)->paragraph.alignment) paragraph->alignment = (*it)->paragraph.alignment;
-      if ((*it)->paragraph.indent) paragraph->indent = (*it)->paragraph.indent;
-      if ((*it)->paragraph.headingLevel) paragraph->headingLevel = (*it)->paragraph.headingLevel;
     }
   }
 
@@ -458,7 +492,7 @@ class DocxReader {
     ParagraphProperties properties;
     std::string styleId(value(child(pPr, "pStyle"), "val"));
     if (styleId.empty()) styleId = "Normal";
-    resolveStyle(styleId, run, &properties);
+    resolveStyle(styles_, styleId, run, &properties);
     ParagraphProperties direct = paragraphProperties(pPr);
     if (direct.alignment) properties.alignment = direct.alignment;
     if (direct.indent) properties.indent = direct.indent;
@@ -496,14 +530,7 @@ class DocxReader {
       counters[deeper] = 0;
     int n = counters[level] == 0 ? levels[level].start : counters[level] + 1;
     counters[level] = n;
-    ParagraphStyle& style = a.paragraphStyle;
-    style.textLists.clear();
-    for (int i = 0; i <= level; ++i)
-      style.textLists.push_back({levels[i].format, levels[i].start});
-    style.headIndent = kIndentStep * (level + 1);
-    style.firstLineHeadIndent = 0;
-    style.tabStops = {TabStop{kIndentStep * level + 11}, TabStop{kIndentStep * (level + 1)}};
-    builder_.text(u"\t" + marker(levels[level], n) + u"\t", a);
+    listItem(builder_, a, levels, level, n);
   }
 
   // Runs and what holds them inside a paragraph.
@@ -537,7 +564,7 @@ class DocxReader {
     std::string charStyle(value(child(rPr, "rStyle"), "val"));
     if (!charStyle.empty()) {
       RunProperties styled;
-      resolveStyle(charStyle, styled, nullptr);
+      resolveStyle(styles_, charStyle, styled, nullptr);
       styled.applyTo(a);
     }
     runProperties(rPr).applyTo(a);
@@ -585,56 +612,23 @@ class DocxReader {
   }
 
   void readProperties(Dictionary& attributes) {
-    auto core = parseXml(part_("docProps/core.xml"));
-    if (core) {
-      for (pugi::xml_node n : child(*core, "coreProperties").children()) {
-        std::string_view name = local(n);
-        std::u16string text = utf16(n.text().get());
-        if (text.empty()) continue;
-        if (name == "title")
-          attributes[std::u16string(kTitleDocumentAttribute)] = text;
-        else if (name == "subject")
-          attributes[std::u16string(kSubjectDocumentAttribute)] = text;
-        else if (name == "creator")
-          attributes[std::u16string(kAuthorDocumentAttribute)] = text;
-        else if (name == "description")
-          attributes[std::u16string(kCommentDocumentAttribute)] = text;
-        else if (name == "lastModifiedBy")
-          attributes[std::u16string(kEditorDocumentAttribute)] = text;
-        else if (name == "keywords")
-          attributes[std::u16string(kKeywordsDocumentAttribute)] = keywords(text);
-        else if (name == "created" || name == "modified") {
-          if (auto date = parseDate(n.text().get())) {
-            attributes[std::u16string(name == "created" ? kCreationTimeDocumentAttribute
-                                                        : kModificationTimeDocumentAttribute)] =
-                *date;
-          }
-        }
-      }
-    }
+    static constexpr PropertyName kCore[] = {
+        {"title", kTitleDocumentAttribute},
+        {"subject", kSubjectDocumentAttribute},
+        {"creator", kAuthorDocumentAttribute},
+        {"description", kCommentDocumentAttribute},
+        {"lastModifiedBy", kEditorDocumentAttribute},
+        {"keywords", kKeywordsDocumentAttribute},
+        {"created", kCreationTimeDocumentAttribute},
+        {"modified", kModificationTimeDocumentAttribute},
+    };
+    if (auto core = parseXml(part_("docProps/core.xml")))
+      readPropertyElements(child(*core, "coreProperties"), kCore, attributes);
     auto app = parseXml(part_("docProps/app.xml"));
     if (app) {
       std::u16string company = utf16(child(child(*app, "Properties"), "Company").text().get());
       if (!company.empty()) attributes[std::u16string(kCompanyDocumentAttribute)] = company;
     }
-  }
-
- public:
-  // Keywords separated by commas or semicolons.
-  static Array keywords(std::u16string_view text) {
-    Array words;
-    std::size_t start = 0;
-    while (start <= text.size()) {
-      std::size_t end = std::min(text.find_first_of(u",;", start), text.size());
-      std::u16string_view word = text.substr(start, end - start);
-      while (!word.empty() && word.front() == u' ')
-        word.remove_prefix(1);
-      while (!word.empty() && word.back() == u' ')
-        word.remove_suffix(1);
-      if (!word.empty()) words.emplace_back(std::u16string(word));
-      start = end + 1;
-    }
-    return words;
   }
 
  private:
@@ -653,7 +647,7 @@ class DocxReader {
   bool cellStart_ = false;
   RunProperties defaultRun_;
   std::unordered_map<std::string, Relationship> relationships_;
-  std::unordered_map<std::string, Style> styles_;
+  std::unordered_map<std::string, NamedStyle> styles_;
   std::unordered_map<std::string, std::vector<ListLevel>> lists_;
   std::unordered_map<std::string, std::vector<int>> counters_;
 };
@@ -685,17 +679,11 @@ class OdtReader {
   }
 
  private:
-  struct Style {
-    std::string parent;
-    RunProperties run;
-    ParagraphProperties paragraph;
-  };
-
   void readStyles(const pugi::xml_node& node) {
     for (pugi::xml_node s : node.children()) {
       std::string_view kind = local(s);
       if (kind == "style") {
-        Style& style = styles_[value(s, "name").data()];
+        NamedStyle& style = styles_[value(s, "name").data()];
         style.parent = value(s, "parent-style-name");
         pugi::xml_node t = child(s, "text-properties");
         RunProperties& r = style.run;
@@ -752,22 +740,6 @@ class OdtReader {
           }
         }
       }
-    }
-  }
-
-  void resolve(std::string name, RunProperties& run, ParagraphProperties* paragraph) {
-    std::vector<const Style*> chain;
-    while (!name.empty() && chain.size() < 10) {
-      auto found = styles_.find(name);
-      if (found == styles_.end()) break;
-      chain.push_back(&found->second);
-      name = found->second.parent;
-    }
-    for (auto it = chain.rbegin(); it != chain.rend(); ++it) {
-      run.merge((*it)->run);
-      if (!paragraph) continue;
-      if ((*it)->paragraph.alignment) paragraph->alignment = (*it)->paragraph.alignment;
-      if ((*it)->paragraph.indent) paragraph->indent = (*it)->paragraph.indent;
     }
   }
 
@@ -828,7 +800,7 @@ class OdtReader {
   void paragraph(const pugi::xml_node& p, bool heading, bool inCell) {
     RunProperties run;
     ParagraphProperties properties;
-    resolve(value(p, "style-name").data(), run, &properties);
+    resolveStyle(styles_, value(p, "style-name").data(), run, &properties);
     Attributes a = base_;
     if (heading) {
       int level = std::clamp(static_cast<int>(number(value(p, "outline-level"), 1)), 1, 6);
@@ -855,14 +827,7 @@ class OdtReader {
     int& counter = listStack_.back().counter;
     int n = counter == 0 ? levels[level].start : counter + 1;
     counter = n;
-    ParagraphStyle& style = a.paragraphStyle;
-    style.textLists.clear();
-    for (int i = 0; i <= level; ++i)
-      style.textLists.push_back({levels[i].format, levels[i].start});
-    style.headIndent = kIndentStep * (level + 1);
-    style.firstLineHeadIndent = 0;
-    style.tabStops = {TabStop{kIndentStep * level + 11}, TabStop{kIndentStep * (level + 1)}};
-    builder_.text(u"\t" + marker(levels[level], n) + u"\t", a);
+    listItem(builder_, a, levels, level, n);
   }
 
   // Text with white space collapsed, as OpenDocument wants; text:s stands for real spaces.
@@ -893,7 +858,7 @@ class OdtReader {
       if (name == "span") {
         Attributes styled = a;
         RunProperties run;
-        resolve(value(n, "style-name").data(), run, nullptr);
+        resolveStyle(styles_, value(n, "style-name").data(), run, nullptr);
         run.applyTo(styled);
         inlineContent(n, styled, depth + 1);
       } else if (name == "a") {
@@ -954,34 +919,18 @@ class OdtReader {
   }
 
   void readMeta(Dictionary& attributes) {
-    auto meta = parseXml(part_("meta.xml"));
-    if (!meta) return;
-    Array keywords;
-    for (pugi::xml_node n : child(child(*meta, "document-meta"), "meta").children()) {
-      std::string_view name = local(n);
-      std::u16string text = utf16(n.text().get());
-      if (text.empty()) continue;
-      if (name == "title")
-        attributes[std::u16string(kTitleDocumentAttribute)] = text;
-      else if (name == "subject")
-        attributes[std::u16string(kSubjectDocumentAttribute)] = text;
-      else if (name == "description")
-        attributes[std::u16string(kCommentDocumentAttribute)] = text;
-      else if (name == "initial-creator")
-        attributes[std::u16string(kAuthorDocumentAttribute)] = text;
-      else if (name == "creator")
-        attributes[std::u16string(kEditorDocumentAttribute)] = text;
-      else if (name == "keyword")
-        keywords.emplace_back(text);
-      else if (name == "creation-date" || name == "date") {
-        if (auto date = parseDate(n.text().get())) {
-          attributes[std::u16string(name == "date" ? kModificationTimeDocumentAttribute
-                                                   : kCreationTimeDocumentAttribute)] = *date;
-        }
-      }
-    }
-    if (!keywords.empty())
-      attributes[std::u16string(kKeywordsDocumentAttribute)] = std::move(keywords);
+    static constexpr PropertyName kMeta[] = {
+        {"title", kTitleDocumentAttribute},
+        {"subject", kSubjectDocumentAttribute},
+        {"description", kCommentDocumentAttribute},
+        {"initial-creator", kAuthorDocumentAttribute},
+        {"creator", kEditorDocumentAttribute},
+        {"keyword", kKeywordsDocumentAttribute},
+        {"creation-date", kCreationTimeDocumentAttribute},
+        {"date", kModificationTimeDocumentAttribute},
+    };
+    if (auto meta = parseXml(part_("meta.xml")))
+      readPropertyElements(child(child(*meta, "document-meta"), "meta"), kMeta, attributes);
   }
 
   struct OpenList {
@@ -1001,7 +950,7 @@ class OdtReader {
   bool spacePending_ = false;
   bool lineStart_ = true;
   std::vector<OpenList> listStack_;
-  std::unordered_map<std::string, Style> styles_;
+  std::unordered_map<std::string, NamedStyle> styles_;
   std::unordered_map<std::string, std::vector<ListLevel>> listStyles_;
 };
 
