@@ -12,9 +12,10 @@
 #include <cstdio>
 #include <filesystem>
 #include <fstream>
-#include <iterator>
 #include <string>
 #include <vector>
+
+#include "tests/ScratchDirectory.h"
 
 extern char** environ;
 
@@ -43,10 +44,7 @@ inline bool runTool(const std::vector<std::string>& arguments) {
   return WIFEXITED(status) && WEXITSTATUS(status) == 0;
 }
 
-inline std::string readFile(const fs::path& path) {
-  std::ifstream in(path, std::ios::binary);
-  return std::string(std::istreambuf_iterator<char>(in), std::istreambuf_iterator<char>());
-}
+inline std::string readFile(const fs::path& path) { return testing::ScratchDirectory::read(path); }
 
 inline void writeFile(const fs::path& path, const std::string& bytes) {
   std::ofstream(path, std::ios::binary)
@@ -57,21 +55,11 @@ inline std::vector<std::uint8_t> bytesOf(const std::string& text) {
   return std::vector<std::uint8_t>(text.begin(), text.end());
 }
 
-// A folder for one test program's files, removed when the program ends.
+// A folder for the files of one test program, removed when the program ends; files made once are
+// reused by later tests.
 inline const fs::path& testFolder() {
-  struct Folder {
-    fs::path path;
-    Folder() {
-      path = fs::path(::testing::TempDir()) / ("ferncast_media_" + std::to_string(getpid()));
-      fs::create_directories(path);
-    }
-    ~Folder() {
-      std::error_code error;
-      fs::remove_all(path, error);
-    }
-  };
-  static Folder folder;
-  return folder.path;
+  static const testing::ScratchDirectory folder("ferncast_media");
+  return folder.path();
 }
 
 // A PDF made by Ghostscript's pdfwrite from PostScript text; empty when gs failed.
