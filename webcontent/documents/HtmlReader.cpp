@@ -6,7 +6,7 @@
 #include <memory>
 #include <unordered_map>
 
-#include "markup/CharacterTables.h"
+#include "markup/chartables/CharacterTables.h"
 #include "markup/Entities.h"
 #include "markup/MarkupDecoding.h"
 #include "markup/XmlExtensions.h"
