@@ -59,10 +59,26 @@ class LocalHttpServer {
   std::string url(const std::string& path) const {
     return "http://127.0.0.1:" + std::to_string(port_) + path;
   }
+  // Whether a connection to the server gets through. Not so in a process that another test moved
+  // into a network namespace of its own, where loopback is down.
+  bool reachable() const {
+    int fd = socket(AF_INET, SOCK_STREAM | SOCK_CLOEXEC, 0);
+    sockaddr_in address{};
+    address.sin_family = AF_INET;
+    address.sin_addr.s_addr = htonl(INADDR_LOOPBACK);
+    address.sin_port = htons(static_cast<std::uint16_t>(port_));
+    bool ok = fd >= 0 && port_ != 0 &&
+              connect(fd, reinterpret_cast<sockaddr*>(&address), sizeof address) == 0;
+    if (fd >= 0) close(fd);
+    return ok;
+  }
   // The paths asked for so far, in order.
   std::vector<std::string> requests() const {
     std::lock_guard lock(mutex_);
-    return requests_;
+    std::vector<std::string> paths;
+    for (const std::string& path : requests_)
+      if (!path.empty()) paths.push_back(path);
+    return paths;
   }
 
  private:
