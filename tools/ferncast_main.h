@@ -18,7 +18,9 @@ struct AreaName {
 
 // The areas of ferncast-media, as `std::array{AreaName{"image", "..."}, ...}`. Keep in step with
 // the RegisterArea lines of tools/media/: ferncast-media refuses to run when the two disagree.
-inline constexpr std::array<AreaName, 0> kMediaAreas{};
+inline constexpr std::array kMediaAreas{
+    AreaName{"image", "image thumbnails, facts, renderings and PDF data"},
+};
 
 // Parses the command line against the registered areas and runs the chosen command. `elsewhere`
 // names areas that another program serves: they are listed in the help, nothing more.
