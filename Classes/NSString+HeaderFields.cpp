@@ -4,6 +4,7 @@
 #include <cstdint>
 
 #include "markup/CharacterTables.h"
+#include "markup/NSString+QuillCompare.h"
 
 namespace ferncast {
 namespace {
@@ -21,7 +22,6 @@ std::optional<std::u16string> copyOfField(std::u16string_view string, std::u16st
   const std::size_t length = string.size();
   const std::size_t nameLength = name.size();
   if (length <= nameLength) return std::nullopt;
-  const char16_t* upper = initUpperCharsTable();
   const std::uint8_t* white = whiteCharacterSetRep();
   [[maybe_unused]] const std::uint8_t* alphaNum = alphaNumCharacterSetRep();
   const char16_t* s = string.data();
@@ -40,10 +40,7 @@ std::optional<std::u16string> copyOfField(std::u16string_view string, std::u16st
       }
       if (i > 0 && continuesName(alphaNum, s[i - 1])) continue;
     }
-    std::size_t k = 0;
-    while (k < nameLength && upper[s[i + k]] == name[k])
-      ++k;
-    if (k < nameLength) continue;
+    if (!startsWithNoCase(string.substr(i), name)) continue;
 
     std::size_t j = i + nameLength;
     while (j < length && characterIsMember(white, s[j]))
@@ -98,11 +95,7 @@ std::optional<std::u16string> headerFieldNamed(std::u16string_view string, std::
 
 std::optional<std::u16string> headerFieldNamed(std::u16string_view string, std::u16string_view name,
                                                char16_t quotation, FieldNameMatch match) {
-  const char16_t* upper = initUpperCharsTable();
-  std::u16string upperName(name);
-  for (char16_t& c : upperName)
-    c = upper[c];
-  return _copyOfAttributeOfString(string, upperName, quotation, false, true, match);
+  return _copyOfAttributeOfString(string, name, quotation, false, true, match);
 }
 
 std::optional<std::u16string> headerCharset(std::u16string_view string) {

@@ -25,8 +25,8 @@ enum class FieldNameMatch {
   kWholeName,
 };
 
-// The value of the parameter `upperName` (given in upper case; the value's characters are
-// upper-cased through the case table before comparing) in `string`:
+// The value of the parameter `upperName` in `string`, the name compared through the upper-case
+// table (so any case matches):
 //  - the string must be longer than the name, else nullopt;
 //  - after the name, white space may follow and then "=" must come; with `skipWhite`, white space
 //    after the "=" is skipped too;

@@ -281,6 +281,8 @@ struct PDFDocument::State {
   fz_alloc_context allocator{};
   fz_context* ctx = nullptr;
   pdf_document* pdf = nullptr;
+  // Counted once at opening: MuPDF may repair the file later on and count again differently.
+  int pageCount = 0;
   // The page loaded last, kept for the next call on the same page.
   fz_page* page = nullptr;
   int pageIndex = -1;
@@ -297,7 +299,7 @@ struct PDFDocument::State {
 
   // The page at `index`, loaded once; null when it cannot be loaded.
   fz_page* loadPage(int index) {
-    if (index < 0) return nullptr;
+    if (index < 0 || index >= pageCount) return nullptr;
     if (index == pageIndex) return page;
     fz_drop_page(ctx, page);
     page = nullptr;
@@ -305,7 +307,7 @@ struct PDFDocument::State {
     fz_page* loaded = nullptr;
     fz_var(loaded);
     fz_try(ctx) {
-      if (index < fz_count_pages(ctx, document())) loaded = fz_load_page(ctx, document(), index);
+      loaded = fz_load_page(ctx, document(), index);
     }
     fz_catch(ctx) {
       loaded = nullptr;
@@ -422,20 +424,20 @@ std::unique_ptr<PDFDocument> PDFDocument::openSource(std::span<const std::uint8_
   }
   if (pdf == nullptr) return nullptr;
   state->pdf = pdf;
-  return std::unique_ptr<PDFDocument>(new PDFDocument(std::move(state)));
-}
-
-int PDFDocument::pageCount() const {
-  fz_context* ctx = state_->ctx;
   int count = 0;
   fz_var(count);
   fz_try(ctx) {
-    count = fz_count_pages(ctx, state_->document());
+    count = fz_count_pages(ctx, &pdf->super);
   }
   fz_catch(ctx) {
     count = 0;
   }
-  return std::max(count, 0);
+  state->pageCount = std::max(count, 0);
+  return std::unique_ptr<PDFDocument>(new PDFDocument(std::move(state)));
+}
+
+int PDFDocument::pageCount() const {
+  return state_->pageCount;
 }
 
 bool PDFDocument::isLocked() const {
@@ -488,24 +490,20 @@ Dictionary PDFDocument::documentAttributes() const {
 }
 
 std::optional<PDFRect> PDFDocument::mediaBox(int index) const {
-  if (index < 0 || index >= pageCount()) return std::nullopt;
+  fz_page* page = state_->loadPage(index);
+  if (page == nullptr) return std::nullopt;
   fz_context* ctx = state_->ctx;
   fz_rect box = fz_empty_rect;
-  bool found = false;
   fz_var(box);
-  fz_var(found);
   fz_try(ctx) {
-    pdf_obj* page = pdf_lookup_page_obj(ctx, state_->pdf, index);
-    if (page != nullptr) {
-      found = true;
-      pdf_obj* mediaBox = pdf_dict_get_inheritable(ctx, page, PDF_NAME(MediaBox));
+    if (pdf_page* pdfPage = pdf_page_from_fz_page(ctx, page)) {
+      pdf_obj* mediaBox = pdf_dict_get_inheritable(ctx, pdfPage->obj, PDF_NAME(MediaBox));
       if (pdf_is_array(ctx, mediaBox)) box = pdf_to_rect(ctx, mediaBox);
     }
   }
   fz_catch(ctx) {
-    found = false;
+    box = fz_empty_rect;
   }
-  if (!found) return std::nullopt;
   // A page without a usable MediaBox is drawn on US Letter, as MuPDF itself does.
   if (fz_is_empty_rect(box)) box = fz_make_rect(0, 0, 612, 792);
   return PDFRect{std::min(box.x0, box.x1), std::min(box.y0, box.y1), std::abs(box.x1 - box.x0),

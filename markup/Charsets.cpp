@@ -11,6 +11,7 @@
 
 #include "Classes/Log.h"
 #include "markup/CharacterTables.h"
+#include "markup/NSString+QuillCompare.h"
 
 namespace ferncast {
 namespace {
@@ -368,11 +369,7 @@ bool isSilentName(std::u16string_view name) {
     char16_t c = name[0];
     return c == u'/' || c == u'0' || c == u'<' || c == u'>';
   }
-  if (name.size() != 4) return false;
-  std::u16string_view autoName = u"AUTO";
-  const char16_t* upper = initUpperCharsTable();
-  return std::equal(name.begin(), name.end(), autoName.begin(),
-                    [upper](char16_t a, char16_t b) { return upper[a] == b; });
+  return equalsNoCase(name, u"AUTO");
 }
 
 // The string encodings with numbers of their own; every other extended number e is 0x80000000|e.

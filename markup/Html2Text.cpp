@@ -9,6 +9,7 @@
 
 #include "markup/CharacterTables.h"
 #include "markup/Entities.h"
+#include "markup/NSString+QuillCompare.h"
 #include "markup/XmlExtensions.h"
 
 namespace ferncast {
@@ -160,22 +161,7 @@ bool sameColour(const char16_t* a, Range ra, const char16_t* b, Range rb) {
   std::size_t m = ra.length, n = rb.length;
   if (m > 0 && *p == u'#') ++p, --m;
   if (n > 0 && *q == u'#') ++q, --n;
-  if (m != n || m == 0) return false;
-  for (std::size_t i = 0; i < m; ++i) {
-    if (toUpper(p[i]) != toUpper(q[i])) return false;
-  }
-  return true;
-}
-
-bool containsIgnoringCase(const char16_t* text, std::size_t length, std::string_view word) {
-  if (word.size() > length) return false;
-  for (std::size_t i = 0; i + word.size() <= length; ++i) {
-    std::size_t k = 0;
-    while (k < word.size() && toLower(text[i + k]) == static_cast<char16_t>(word[k]))
-      ++k;
-    if (k == word.size()) return true;
-  }
-  return false;
+  return m == n && m > 0 && equalsNoCase({p, m}, std::u16string_view(q, n));
 }
 
 bool isLineEnd(char16_t c) {
@@ -425,15 +411,15 @@ void testJunkRun(Context& c, const char16_t* characters, std::size_t location, s
 }
 
 void obeySearchApplianceComment(Context& c, const char16_t* comment, std::size_t length) {
-  bool off = containsIgnoringCase(comment, length, "googleoff:");
-  if (!off && !containsIgnoringCase(comment, length, "googleon:")) return;
+  bool off = containsNoCase({comment, length}, "googleoff:");
+  if (!off && !containsNoCase({comment, length}, "googleon:")) return;
   unsigned flags = 0;
-  if (containsIgnoringCase(comment, length, "all")) {
+  if (containsNoCase({comment, length}, "all")) {
     flags = kAllFlags;
   } else {
-    if (containsIgnoringCase(comment, length, "index")) flags |= kIndexFlag;
-    if (containsIgnoringCase(comment, length, "snippet")) flags |= kSnippetFlag;
-    if (containsIgnoringCase(comment, length, "anchor")) flags |= kAnchorFlag;
+    if (containsNoCase({comment, length}, "index")) flags |= kIndexFlag;
+    if (containsNoCase({comment, length}, "snippet")) flags |= kSnippetFlag;
+    if (containsNoCase({comment, length}, "anchor")) flags |= kAnchorFlag;
   }
   if (off) {
     c.searchApplianceFlags &= ~flags;
@@ -451,10 +437,7 @@ bool isSuppressed(const Context& c) {
 // Follows the element judged to be junk: nested elements of its name, and its end.
 void trackJunkElement(Context& c, const char16_t* name, std::size_t nameLength, bool isEnd,
                       bool selfClosing) {
-  if (nameLength != c.junkNameLength || selfClosing) return;
-  for (std::size_t i = 0; i < nameLength; ++i) {
-    if (toUpper(name[i]) != toUpper(c.junkName[i])) return;
-  }
+  if (selfClosing || !equalsNoCase({name, nameLength}, {c.junkName, c.junkNameLength})) return;
   c.junkNesting += isEnd ? -1 : 1;
   if (c.junkNesting <= 0) c.inJunk = false;
 }

@@ -14,6 +14,7 @@
 #include "markup/CharacterTables.h"
 #include "markup/CzechEncodings.h"
 #include "markup/Entities.h"
+#include "markup/NSString+QuillCompare.h"
 #include "markup/XmlExtensions.h"
 
 namespace ferncast {
@@ -124,12 +125,7 @@ struct EncodingContext {
 };
 
 bool nameIs(const char16_t* name, std::size_t length, std::u16string_view upperName) {
-  if (length != upperName.size()) return false;
-  const char16_t* upper = initUpperCharsTable();
-  for (std::size_t i = 0; i < length; ++i) {
-    if (upper[name[i]] != upperName[i]) return false;
-  }
-  return true;
+  return equalsNoCase(std::u16string_view(name, length), upperName);
 }
 
 bool RetrieveEncodingHandler(std::u16string_view string, char16_t* characters,

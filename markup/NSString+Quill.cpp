@@ -11,6 +11,7 @@
 #include <cstdint>
 
 #include "markup/CharacterTables.h"
+#include "markup/NSString+QuillCompare.h"
 
 namespace ferncast {
 namespace {
@@ -285,12 +286,7 @@ std::u16string fixedAndNormalizedString(std::u16string_view string) {
 
 bool isEqualToStringNoCase(std::optional<std::u16string_view> string,
                            std::optional<std::u16string_view> other) {
-  if (!string || !other || string->size() != other->size()) return false;
-  const char16_t* upper = initUpperCharsTable();
-  for (std::size_t i = 0; i < string->size(); ++i) {
-    if (upper[(*string)[i]] != upper[(*other)[i]]) return false;
-  }
-  return true;
+  return string && other && equalsNoCase(*string, *other);
 }
 
 std::size_t getCharactersOfNormalizedString(std::u16string_view string,
@@ -403,19 +399,8 @@ const char16_t* fastCaseInsensitiveUnicharsContainChars(const char16_t* characte
   for (std::size_t j = 0; j < needleLength; ++j) {
     if (static_cast<signed char>(needle[j]) < 0) return nullptr;
   }
-  const char16_t* upper = initUpperCharsTable();
-  const auto needleAt = [&](std::size_t j) { return upper[static_cast<unsigned char>(needle[j])]; };
-  const char16_t first = needleAt(0);
-  const std::size_t lastStart = length - needleLength;
-  for (std::size_t i = 0; i <= lastStart; ++i) {
-    if (upper[characters[i]] != first) continue;
-    std::size_t j = 1;
-    while (j < needleLength && upper[characters[i + j]] == needleAt(j)) {
-      ++j;
-    }
-    if (j == needleLength) return characters + i;
-  }
-  return nullptr;
+  const std::size_t at = findNoCase({characters, length}, std::string_view(needle, needleLength));
+  return at == std::u16string_view::npos ? nullptr : characters + at;
 }
 
 }  // namespace ferncast

@@ -18,6 +18,7 @@
 #include "Classes/Log.h"
 #include "markup/CharacterTables.h"
 #include "markup/CodeUnitSearch.h"
+#include "markup/NSString+QuillCompare.h"
 
 namespace ferncast {
 namespace {
@@ -108,7 +109,7 @@ const char16_t* findEndTagOrBang(const char16_t* p, const char16_t* end) {
 // The first "</" + upperName at or after p, the name compared through the upper-case table, or
 // end. With `commentOpen` (null on entry), the first "<!-" passed on the way is stored there.
 const char16_t* findEndTag(const char16_t* p, const char16_t* end, std::u16string_view upperName,
-                           const char16_t* upper, const char16_t** commentOpen = nullptr) {
+                           const char16_t** commentOpen = nullptr) {
   const std::size_t needed = 2 + upperName.size();
   for (;; ++p) {
     p = findEndTagOrBang(p, end);
@@ -118,10 +119,7 @@ const char16_t* findEndTag(const char16_t* p, const char16_t* end, std::u16strin
       continue;
     }
     if (static_cast<std::size_t>(end - p) < needed) return end;
-    std::size_t i = 0;
-    while (i < upperName.size() && upper[p[2 + i]] == upperName[i])
-      ++i;
-    if (i == upperName.size()) return p;
+    if (startsWithNoCase(std::u16string_view(p + 2, upperName.size()), upperName)) return p;
   }
 }
 
@@ -193,7 +191,6 @@ bool GetTagsOfString(std::u16string_view string, TagHandler handler, void* conte
   char16_t* const characters = buffer.characters();
   if (!characters) return false;
   initLowerCharsTable();
-  const char16_t* const upper = initUpperCharsTable();
   const std::uint8_t* const letters = alphaCharacterSetRep();
   const std::uint8_t* const white = whiteCharacterSetRep();
 
@@ -212,7 +209,7 @@ bool GetTagsOfString(std::u16string_view string, TagHandler handler, void* conte
     bool searched = false;
     const char16_t* endTag = endTags.find(start + 1, [&](const char16_t* from) {
       searched = true;
-      return findEndTag(from, end, element.upperName, upper, &commentOpen);
+      return findEndTag(from, end, element.upperName, &commentOpen);
     });
     if (endTag == end) return p;
     if (!searched) {
@@ -224,7 +221,7 @@ bool GetTagsOfString(std::u16string_view string, TagHandler handler, void* conte
           commentOpen, [&](const char16_t* from) { return findLiteral(from, end, u"-->"); });
       if (commentClose != end) {
         const char16_t* later = endTags.find(commentClose, [&](const char16_t* from) {
-          return findEndTag(from, end, element.upperName, upper);
+          return findEndTag(from, end, element.upperName);
         });
         if (later != end) endTag = later;
       }
@@ -577,16 +574,13 @@ struct WalkRules {
 };
 
 // Where a quoted meta CONTENT value that starts at `start` ends: see _attributeOfTagCharacters...
-std::size_t metaContentEnd(const char16_t* s, std::size_t start, std::size_t length, char16_t quote,
-                           const char16_t* upper) {
+std::size_t metaContentEnd(const char16_t* s, std::size_t start, std::size_t length,
+                           char16_t quote) {
   std::size_t depth = 0;
   for (std::size_t k = start; k < length; ++k) {
     const char16_t c = s[k];
     if (c == u'<') {
-      if (length - k > 4 && upper[s[k + 1]] == u'M' && upper[s[k + 2]] == u'E' &&
-          upper[s[k + 3]] == u'T' && upper[s[k + 4]] == u'A') {
-        return k;
-      }
+      if (startsWithNoCase(std::u16string_view(s + k + 1, length - k - 1), u"META")) return k;
       ++depth;
     } else if (c == u'>') {
       if (k == start) continue;
@@ -612,10 +606,8 @@ Range findAttribute(const char16_t* s, std::size_t length, const Name& name,
   const char16_t* upper = initUpperCharsTable();
   const std::uint8_t* alnum = alphaNumCharacterSetRep();
   const std::uint8_t* white = whiteCharacterSetRep();
-  auto nameUnit = [&](std::size_t k) {
-    return upper[static_cast<std::make_unsigned_t<typename Name::value_type>>(name[k])];
-  };
-  const char16_t first = nameUnit(0);
+  const char16_t first =
+      upper[static_cast<std::make_unsigned_t<typename Name::value_type>>(name[0])];
   const std::size_t walkEnd = length - 1 - n;
   for (std::size_t i = 0; i < walkEnd; ++i) {
     const char16_t c = s[i];
@@ -633,10 +625,7 @@ Range findAttribute(const char16_t* s, std::size_t length, const Name& name,
         continue;
       }
     }
-    std::size_t k = 1;
-    while (k < n && upper[s[i + k]] == nameUnit(k))
-      ++k;
-    if (k < n) continue;
+    if (!startsWithNoCase(std::u16string_view(s + i, n), name)) continue;
     std::size_t j = i + n;
     while (j < length && characterIsMember(white, s[j]))
       ++j;
@@ -656,7 +645,7 @@ Range findAttribute(const char16_t* s, std::size_t length, const Name& name,
     if (quote == u'"' || quote == u'\'') {
       start = stop = j + 1;
       if (rules.metaContent) {
-        stop = metaContentEnd(s, start, length, quote, upper);
+        stop = metaContentEnd(s, start, length, quote);
       } else {
         while (stop < length && s[stop] != quote && s[stop] != rules.end)
           ++stop;
@@ -784,19 +773,6 @@ int leadingInteger(const char16_t* s, Range range) {
   return static_cast<int>(std::clamp<long long>(value, INT_MIN, INT_MAX));
 }
 
-// The position of the upper-case ASCII `pattern` in the units, compared through the upper-case
-// table, or npos.
-std::size_t findUpper(std::u16string_view s, std::u16string_view pattern, std::size_t from = 0) {
-  const char16_t* upper = initUpperCharsTable();
-  for (std::size_t i = from; i + pattern.size() <= s.size(); ++i) {
-    std::size_t k = 0;
-    while (k < pattern.size() && upper[s[i + k]] == pattern[k])
-      ++k;
-    if (k == pattern.size()) return i;
-  }
-  return std::u16string_view::npos;
-}
-
 }  // namespace
 
 bool getTagWidth(int& width, int& height, const char16_t* characters, Range range) {
@@ -838,11 +814,12 @@ std::optional<std::u16string> backgroundStyleURLOfTagCharacters(const char16_t* 
   if (!style.found()) return std::nullopt;
   const std::u16string_view value(tag + style.location, style.length);
   constexpr auto npos = std::u16string_view::npos;
-  if (findUpper(value, u"BACKGROUND:") == npos && findUpper(value, u"BACKGROUND-IMAGE:") == npos) {
+  if (findNoCase(value, u"BACKGROUND:") == npos &&
+      findNoCase(value, u"BACKGROUND-IMAGE:") == npos) {
     return std::nullopt;
   }
-  if (findUpper(value, u"NO-REPEAT") == npos) return std::nullopt;
-  const std::size_t url = findUpper(value, u"URL(");
+  if (findNoCase(value, u"NO-REPEAT") == npos) return std::nullopt;
+  const std::size_t url = findNoCase(value, u"URL(");
   if (url == npos) return std::nullopt;
   std::size_t first = url + 4;
   std::size_t last = value.find(u')', first);

@@ -1,5 +1,9 @@
 #include "service/FerncastHelper.h"
 
+#include "markup/WebArchive+SearchableText.h"
+#include "webcontent/documents/DocumentReader.h"
+#include "webcontent/documents/RTFD.h"
+
 namespace ferncast {
 namespace {
 
@@ -43,16 +47,29 @@ std::optional<Dictionary> FerncastHelper::posterImageForMovieWithFile(std::u16st
   return std::nullopt;
 }
 
-std::optional<Dictionary> FerncastHelper::attributedStringWithContentsOfFile(std::u16string_view) {
-  return guarded(std::optional<Dictionary>(), [] { return std::optional<Dictionary>(); });
+std::optional<Dictionary> FerncastHelper::attributedStringWithContentsOfFile(
+    std::u16string_view path) {
+  return guarded(std::optional<Dictionary>(), [path]() -> std::optional<Dictionary> {
+    Dictionary documentAttributes;
+    std::optional<AttributedString> string = initWithPath(path, &documentAttributes);
+    if (!string) return std::nullopt;
+    return dictionaryWithObjectsAndKeys(
+        {{u"Rtfd", Value(RTFDFromRange(*string, documentAttributes))},
+         {u"DocumentAttributes", Value(std::move(documentAttributes))}});
+  });
 }
 
-std::optional<Dictionary> FerncastHelper::searchableTextOfWebArchive(std::u16string_view) {
-  return std::nullopt;
+std::optional<Dictionary> FerncastHelper::searchableTextOfWebArchive(std::u16string_view path) {
+  std::optional<std::u16string> baseURL, source;
+  std::optional<std::u16string> text = searchableTextOfFile(path, &baseURL, &source);
+  Dictionary reply = dictionaryWithObjectsAndKeys({{u"String", std::move(text)}});
+  if (source) reply[u"Source"] = std::move(*source);
+  if (baseURL) reply[u"URL"] = std::move(*baseURL);
+  return reply;
 }
 
-bool FerncastHelper::writeRTFDData(const std::optional<Data>&, std::u16string_view) {
-  return guarded(false, [] { return false; });
+bool FerncastHelper::writeRTFDData(const std::optional<Data>& rtfd, std::u16string_view path) {
+  return guarded(false, [&rtfd, path] { return rtfd && writeRTFD(*rtfd, path); });
 }
 
 std::optional<Data> FerncastHelper::RTFDWithHTML(const std::optional<Data>&,
@@ -71,11 +88,6 @@ std::optional<Dictionary> FerncastHelper::metaDataForFile(std::u16string_view pa
 
 bool FerncastHelper::supportsFile(std::u16string_view path) {
   return _mdimporter->supportsFileAtPath(path);
-}
-
-std::optional<Dictionary> FerncastHelper::_attributed(bool, const std::optional<Data>&,
-                                                      std::optional<std::u16string_view>, bool) {
-  return std::nullopt;
 }
 
 std::optional<std::u16string> FerncastHelper::webView(std::u16string_view) {

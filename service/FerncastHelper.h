@@ -6,7 +6,7 @@
 // their work and answer nil (NO), logging nothing; the other five let exceptions pass to the
 // connection, which hands them back to the caller.
 //
-// Until the imaging, text, HTML and importer work is in, every operation answers nil or NO.
+// Operations whose subsystems are not in yet answer nil or NO.
 #pragma once
 
 #include <memory>

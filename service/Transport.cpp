@@ -12,8 +12,8 @@
 #include <cstddef>
 #include <cstring>
 
-#include "Classes/Unicode.h"
 #include "Classes/BinaryPropertyList.h"
+#include "Classes/Unicode.h"
 
 namespace ferncast {
 namespace {

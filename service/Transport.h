@@ -31,8 +31,8 @@
 #include <string_view>
 #include <vector>
 
-#include "Classes/PropertyList.h"
 #include "Classes/BinaryPropertyList.h"
+#include "Classes/PropertyList.h"
 
 namespace ferncast {
 

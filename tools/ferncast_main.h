@@ -20,6 +20,7 @@ struct AreaName {
 // the RegisterArea lines of tools/media/: ferncast-media refuses to run when the two disagree.
 inline constexpr std::array kMediaAreas{
     AreaName{"image", "image thumbnails, facts, renderings and PDF data"},
+    AreaName{"pdf", "facts and text of PDF documents"},
 };
 
 // Parses the command line against the registered areas and runs the chosen command. `elsewhere`

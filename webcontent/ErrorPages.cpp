@@ -45,27 +45,6 @@ constexpr std::array<const char*, 5> kNotFoundPhrases = {
     "not found", "does not exist", "doesn't exist", "nicht gefunden", "nicht vorhanden",
 };
 
-bool equalNoCase(std::u16string_view a, std::u16string_view b) {
-  if (a.size() != b.size()) return false;
-  const char16_t* upper = initUpperCharsTable();
-  for (std::size_t i = 0; i < a.size(); ++i)
-    if (upper[a[i]] != upper[b[i]]) return false;
-  return true;
-}
-
-// A phrase at least as long as the string must equal it; otherwise it occurs in the string.
-bool containsNoCase(std::u16string_view string, std::u16string_view phrase) {
-  if (phrase.size() >= string.size()) return equalNoCase(string, phrase);
-  for (std::size_t i = 0; i + phrase.size() <= string.size(); ++i)
-    if (equalNoCase(string.substr(i, phrase.size()), phrase)) return true;
-  return false;
-}
-
-bool endsWithNoCase(std::u16string_view string, std::u16string_view phrase) {
-  return phrase.size() <= string.size() &&
-         equalNoCase(string.substr(string.size() - phrase.size()), phrase);
-}
-
 }  // namespace
 
 bool exceededPageLoadFrequency(std::optional<std::u16string_view>,

@@ -20,21 +20,8 @@ namespace {
 
 // ---- Names ----
 
-// `name` equals `upper` (ASCII, upper case) through the upper-case table.
 bool nameIs(std::u16string_view name, std::string_view upper) {
-  if (name.size() != upper.size()) return false;
-  const char16_t* table = initUpperCharsTable();
-  for (std::size_t i = 0; i < upper.size(); ++i)
-    if (table[name[i]] != static_cast<char16_t>(upper[i])) return false;
-  return true;
-}
-
-bool sameName(std::u16string_view a, std::u16string_view b) {
-  if (a.size() != b.size()) return false;
-  const char16_t* table = initUpperCharsTable();
-  for (std::size_t i = 0; i < a.size(); ++i)
-    if (table[a[i]] != table[b[i]]) return false;
-  return true;
+  return equalsNoCase(name, upper);
 }
 
 // What a tag name means to the feed scan.
@@ -129,10 +116,6 @@ std::optional<std::u16string>* slotOf(Context& c, Field field) {
     default:
       return nullptr;
   }
-}
-
-bool startsWithNoCase(std::u16string_view s, std::u16string_view prefix) {
-  return s.size() >= prefix.size() && isEqualToStringNoCase(s.substr(0, prefix.size()), prefix);
 }
 
 // The clean-up of an item's link when the item ends.
@@ -302,7 +285,7 @@ bool wantsElement(const Context& c, Field field) {
 // True when the text is to be read.
 bool linkElement(Context& c, const char16_t* characters, Range range) {
   if (std::optional<std::u16string> rel = attributeOfTagCharacters(characters, range, "REL")) {
-    if (isEqualToStringNoCase(*rel, u"edit") || isEqualToStringNoCase(*rel, u"self") ||
+    if (equalsNoCase(*rel, u"edit") || equalsNoCase(*rel, u"self") ||
         startsWithNoCase(*rel, u"service.")) {
       return false;
     }
@@ -319,7 +302,7 @@ void openElement(Context& c, Field field, const char16_t* characters, Range rang
                  std::u16string_view name, bool selfClosing) {
   OpenElement& element = c.elements[field];
   if (element.open) {
-    if (!selfClosing && sameName(element.name, name)) ++element.depth;
+    if (!selfClosing && equalsNoCase(element.name, name)) ++element.depth;
     return;
   }
   if (!wantsElement(c, field)) return;
@@ -330,7 +313,7 @@ void openElement(Context& c, Field field, const char16_t* characters, Range rang
     case kGuid: {
       std::optional<std::u16string> permaLink =
           attributeOfTagCharacters(characters, range, "ISPERMALINK");
-      c.guidIsPermaLink = !permaLink || !isEqualToStringNoCase(*permaLink, u"false");
+      c.guidIsPermaLink = !permaLink || !equalsNoCase(*permaLink, u"false");
       break;
     }
     case kCategory:
@@ -349,7 +332,7 @@ void openElement(Context& c, Field field, const char16_t* characters, Range rang
 void closeElement(Context& c, Field field, std::u16string_view string, std::size_t tagLocation,
                   std::u16string_view name) {
   OpenElement& element = c.elements[field];
-  if (!element.open || !sameName(element.name, name)) return;
+  if (!element.open || !equalsNoCase(element.name, name)) return;
   if (element.depth) {
     --element.depth;
     return;

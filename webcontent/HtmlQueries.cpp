@@ -17,11 +17,7 @@
 
 namespace ferncast {
 
-using html::containsNoCase;
-using html::endsWithNoCase;
-using html::equalsNoCase;
 using html::scan;
-using html::startsWithNoCase;
 using html::Tag;
 
 namespace {
@@ -287,7 +283,7 @@ struct RetrieveSheetsAndScriptsHandler {
     }
     std::u16string_view whole = tag.whole();
     std::u16string_view opening = whole.substr(0, whole.find(u'>') + 1);
-    std::size_t import = html::findNoCase(opening, u"@import");
+    std::size_t import = findNoCase(opening, u"@import");
     if (import == std::u16string_view::npos) return;
     std::size_t open = opening.find(u'"', import);
     if (open == std::u16string_view::npos) return;
@@ -792,9 +788,9 @@ bool isHTML(std::u16string_view string) {
   while (!string.empty() && html::isWhite(string.back()))
     string.remove_suffix(1);
   if (string.size() < 6 || string.front() != u'<' || string.back() != u'>') return false;
-  return html::findNoCase(string, u"<!DOCTYPE HTML") != std::u16string_view::npos ||
-         html::findNoCase(string, u"<HTML") != std::u16string_view::npos ||
-         html::findNoCase(string, u"<TITLE>") != std::u16string_view::npos;
+  return findNoCase(string, u"<!DOCTYPE HTML") != std::u16string_view::npos ||
+         findNoCase(string, u"<HTML") != std::u16string_view::npos ||
+         findNoCase(string, u"<TITLE>") != std::u16string_view::npos;
 }
 
 }  // namespace ferncast

@@ -1,26 +1,18 @@
 // The rewrites of HtmlExtensions.h: each one scan that copies text and kept tags to an output.
 #include "markup/Entities.h"
+#include "markup/NSString+QuillCompare.h"
 #include "webcontent/HtmlExtensions.h"
 #include "webcontent/HtmlScan.h"
 
 namespace ferncast {
 
-using html::equalsNoCase;
 using html::scan;
 using html::Tag;
 
 namespace {
 
-// The tag's name equals `upperName` through the upper-case table.
 bool nameIsUpper(const Tag& tag, std::string_view upperName) {
-  if (tag.nameLength != upperName.size()) return false;
-  const char16_t* upper = initUpperCharsTable();
-  for (std::size_t i = 0; i < upperName.size(); ++i) {
-    if (upper[tag.characters[tag.nameLocation + i]] !=
-        static_cast<char16_t>(static_cast<unsigned char>(upperName[i])))
-      return false;
-  }
-  return true;
+  return equalsNoCase(tag.name(), upperName);
 }
 
 // ---- Base element ----
@@ -94,14 +86,7 @@ struct StripTagBodiesHandler {
     return false;
   }
 
-  bool sameName(const Tag& tag) const {
-    std::u16string_view name = tag.name();
-    if (name.size() != element.size()) return false;
-    const char16_t* upper = initUpperCharsTable();
-    for (std::size_t i = 0; i < name.size(); ++i)
-      if (upper[name[i]] != upper[element[i]]) return false;
-    return true;
-  }
+  bool sameName(const Tag& tag) const { return equalsNoCase(tag.name(), element); }
 
   // A script or style element that the scanner delivered with its end tag.
   static bool isWholeElement(const Tag& tag) {
@@ -111,7 +96,7 @@ struct StripTagBodiesHandler {
     if (last == 0 || last == std::u16string_view::npos || last + 1 >= whole.size() ||
         whole[last + 1] != u'/')
       return false;
-    return html::startsWithNoCase(whole.substr(last + 2), tag.name());
+    return startsWithNoCase(whole.substr(last + 2), tag.name());
   }
 
   void endElement() {

@@ -8,6 +8,7 @@
 #include <string_view>
 
 #include "markup/CharacterTables.h"
+#include "markup/NSString+QuillCompare.h"
 #include "markup/NotFound.h"
 #include "markup/XmlExtensions.h"
 
@@ -69,42 +70,6 @@ bool scan(std::u16string_view html, Context& context, bool isMutable = false) {
     return static_cast<Context*>(pointer)->onTag(tag);
   };
   return parseXmlWithHandler(html, handler, &context, isMutable);
-}
-
-// Case-insensitive comparisons through the upper-case table; `phrase` is ASCII.
-inline bool equalsNoCase(std::u16string_view value, std::u16string_view phrase) {
-  if (value.size() != phrase.size()) return false;
-  const char16_t* upper = initUpperCharsTable();
-  for (std::size_t i = 0; i < value.size(); ++i)
-    if (upper[value[i]] != upper[phrase[i]]) return false;
-  return true;
-}
-
-inline std::size_t findNoCase(std::u16string_view value, std::u16string_view phrase,
-                              std::size_t from = 0) {
-  if (phrase.empty() || value.size() < phrase.size()) return std::u16string_view::npos;
-  const char16_t* upper = initUpperCharsTable();
-  char16_t first = upper[phrase[0]];
-  for (std::size_t i = from; i + phrase.size() <= value.size(); ++i) {
-    if (upper[value[i]] == first && equalsNoCase(value.substr(i, phrase.size()), phrase)) return i;
-  }
-  return std::u16string_view::npos;
-}
-
-// "Contains" of the queries: a value not longer than the phrase must equal it; a longer one must
-// hold it somewhere.
-inline bool containsNoCase(std::u16string_view value, std::u16string_view phrase) {
-  if (value.size() <= phrase.size()) return equalsNoCase(value, phrase);
-  return findNoCase(value, phrase) != std::u16string_view::npos;
-}
-
-inline bool startsWithNoCase(std::u16string_view value, std::u16string_view phrase) {
-  return value.size() >= phrase.size() && equalsNoCase(value.substr(0, phrase.size()), phrase);
-}
-
-inline bool endsWithNoCase(std::u16string_view value, std::u16string_view phrase) {
-  return value.size() >= phrase.size() &&
-         equalsNoCase(value.substr(value.size() - phrase.size()), phrase);
 }
 
 inline bool isWhite(char16_t c) {

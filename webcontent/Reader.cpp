@@ -37,28 +37,12 @@ struct ArticleContext {
   }
 };
 
-// The tag's name is `upper` (ASCII, upper case) through the upper-case table.
 bool nameIs(const char16_t* name, std::size_t length, std::string_view upper) {
-  if (length != upper.size()) return false;
-  const char16_t* table = initUpperCharsTable();
-  for (std::size_t i = 0; i < length; ++i)
-    if (table[name[i]] != static_cast<char16_t>(upper[i])) return false;
-  return true;
+  return equalsNoCase(std::u16string_view(name, length), upper);
 }
 
-// The value contains `word` ignoring case; a value not longer than the word must equal it.
 bool containsWord(const std::optional<std::u16string>& value, std::u16string_view word) {
-  if (!value) return false;
-  const char16_t* upper = initUpperCharsTable();
-  auto equalAt = [&](std::size_t at) {
-    for (std::size_t k = 0; k < word.size(); ++k)
-      if (upper[(*value)[at + k]] != upper[word[k]]) return false;
-    return true;
-  };
-  if (value->size() <= word.size()) return value->size() == word.size() && equalAt(0);
-  for (std::size_t at = 0; at + word.size() <= value->size(); ++at)
-    if (equalAt(at)) return true;
-  return false;
+  return value && containsNoCase(*value, word);
 }
 
 // A heading or div tag: an ID or CLASS naming the article marks it; one naming comments ends it.
@@ -131,10 +115,10 @@ bool ArticleHandler(std::u16string_view string, char16_t* characters, std::size_
       }
       break;
     case 2: {
-      const char16_t first = initUpperCharsTable()[name[0]];
+      const char16_t first = toUpper(name[0]);
       if (first == u'H' && name[1] >= u'1' && name[1] <= u'7') {
         if (opening) heading(c, static_cast<std::size_t>(name[1] - u'1'), characters, tag);
-      } else if (first == u'H' && initUpperCharsTable()[name[1]] == u'R') {
+      } else if (first == u'H' && toUpper(name[1]) == u'R') {
         if (c.bestLevel != kNotFound && c.cut == kNotFound) c.cut = tagLocation;
       }
       break;

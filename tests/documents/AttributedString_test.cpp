@@ -1,5 +1,5 @@
 // Attributed strings: runs stay maximal, restyling splits and merges them, hostile numbers of
-// distinct attributes stay bounded; file-wrapper names follow the platform's uniquing rule.
+// distinct attributes stay bounded.
 #include "webcontent/documents/AttributedString.h"
 
 #include <gtest/gtest.h>
@@ -113,32 +113,6 @@ TEST(AttributedString, ParagraphRangeEndsAfterItsSeparator) {
     EXPECT_EQ(paragraphRangeAt(row.text, row.index), row.expected)
         << std::string(row.text.begin(), row.text.end()) << " at " << row.index;
   }
-}
-
-TEST(FileWrapper, TakenNamesGetTheNumberedPrefixAndBadNamesAFallback) {
-  FileWrapper folder = FileWrapper::directory();
-  EXPECT_EQ(folder.addFileWrapper(FileWrapper::regularFile({}, u"TXT.rtf")), u"TXT.rtf");
-  EXPECT_EQ(folder.addFileWrapper(FileWrapper::regularFile({}, u"dot.gif")), u"dot.gif");
-  EXPECT_EQ(folder.addFileWrapper(FileWrapper::regularFile({}, u"dot.gif")),
-            u"1__#$!@%!#__dot.gif");
-  EXPECT_EQ(folder.addFileWrapper(FileWrapper::regularFile({}, u"dot.gif")),
-            u"2__#$!@%!#__dot.gif");
-  EXPECT_EQ(folder.addFileWrapper(FileWrapper::regularFile({}, u"../etc")), u"Attachment");
-  EXPECT_EQ(folder.addFileWrapper(FileWrapper::regularFile({}, u"")), u"1__#$!@%!#__Attachment");
-  ASSERT_NE(folder.child(u"2__#$!@%!#__dot.gif"), nullptr);
-
-  // A name handed out before is skipped even when the counter would reach it.
-  FileWrapper other = FileWrapper::directory();
-  other.addFileWrapper(FileWrapper::regularFile({}, u"1__#$!@%!#__a"));
-  other.addFileWrapper(FileWrapper::regularFile({}, u"a"));
-  EXPECT_EQ(other.addFileWrapper(FileWrapper::regularFile({}, u"a")), u"2__#$!@%!#__a");
-
-  for (std::u16string_view bad :
-       {std::u16string_view(u""), std::u16string_view(u"."), std::u16string_view(u".."),
-        std::u16string_view(u"a/b"), std::u16string_view(u"a\0b", 3)}) {
-    EXPECT_FALSE(isValidFilename(bad));
-  }
-  EXPECT_TRUE(isValidFilename(u"Total duplicate rows.png"));
 }
 
 }  // namespace

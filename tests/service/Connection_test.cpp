@@ -72,7 +72,8 @@ TEST(HelperProcessTest, RealHelperAnswersEveryOperationWithNilOrNo) {
   EXPECT_FALSE(ferncast.attributed(true, Data{'%', 'P', 'D', 'F'}));
   EXPECT_FALSE(ferncast.posterImageForMovieWithFile(u"/missing.mov"));
   EXPECT_FALSE(ferncast.attributedStringWithContentsOfFile(u"/missing.rtf"));
-  EXPECT_FALSE(ferncast.searchableTextOfWebArchive(u"/missing.webarchive"));
+  // A web archive that cannot be read gives an empty reply, not nil.
+  EXPECT_EQ(ferncast.searchableTextOfWebArchive(u"/missing.webarchive"), Dictionary{});
   EXPECT_FALSE(ferncast.writeRTFDData(std::nullopt, u"/tmp/never.rtfd"));
   EXPECT_FALSE(
       ferncast.RTFDWithHTML(Data{'<', 'p', '>'}, u"http://example.com/", false, std::nullopt));

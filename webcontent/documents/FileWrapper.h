@@ -7,6 +7,7 @@
 #pragma once
 
 #include <optional>
+#include <span>
 #include <string>
 #include <string_view>
 #include <unordered_map>
@@ -53,6 +54,24 @@ struct FileWrapper {
   // order that are equal in turn. The wrapper's own filename and directoryInfo are not compared.
   bool operator==(const FileWrapper& other) const;
 };
+
+// ---- The serialized representation (RTFD data) ----
+//
+// "rtfd" and the version 0 as a 32-bit word, then the serializer stream (Serializer.h) of one
+// dictionary: a directory has one entry per child (data for a file or link, a dictionary for a
+// folder); a lone file has its bytes under ".."; the preferred filename, when there is one, goes
+// under "__@PreferredName@__" (NEXTSTEP bytes, "?" for what they cannot hold) and
+// "__@UTF8PreferredName@__"; a kept directoryInfo goes under ".".
+Data serializedRepresentation(const FileWrapper& wrapper);
+
+// The wrapper of serialized data, with the 8-byte header or without it (the pasteboard form: a
+// buffer that does not start with "rtfd" and a 0 byte is read whole as the stream). nullopt for
+// fewer than 8 bytes, a header whose version is not 0, a stream that does not hold a dictionary,
+// or a child whose name is not valid UTF-8 or not a valid filename (isValidFilename) or appears
+// twice. ".DS_Store" entries are left out. A symbolic link comes back as a regular file holding
+// its destination: links are never made from data. Children's preferred filenames are their names.
+std::optional<FileWrapper> fileWrapperWithSerializedRepresentation(
+    std::span<const std::uint8_t> data);
 
 // Chooses unique filenames for new children of one directory as addFileWrapper does, in constant
 // time per name, for adding many children at once. It knows the children the directory had when
