@@ -80,6 +80,10 @@ class Image {
   [[nodiscard]] static std::unique_ptr<Image> thumbnailForFile(
       std::u16string_view path, int maxSize, bool alwaysFromImage, bool withTransform,
       std::optional<Dictionary>* properties);
+  // The same over bytes already in memory (the file's contents).
+  [[nodiscard]] static std::unique_ptr<Image> thumbnailForData(
+      const Data& data, int maxSize, bool alwaysFromImage, bool withTransform,
+      std::optional<Dictionary>* properties);
   // The same with both flags false and no properties.
   [[nodiscard]] static std::unique_ptr<Image> thumbnailForFile(std::u16string_view path,
                                                                int maxSize) {

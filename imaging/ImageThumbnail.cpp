@@ -37,6 +37,15 @@ std::unique_ptr<Image> Image::thumbnailForFile(std::u16string_view path, int max
   if (path.empty() || maxSize < 1) return nullptr;
   const std::optional<Data> data = dataWithContentsOfRegularFile(path);
   if (!data) return nullptr;
+  return thumbnailForData(*data, maxSize, alwaysFromImage, withTransform, properties);
+}
+
+std::unique_ptr<Image> Image::thumbnailForData(const Data& bytes, int maxSize, bool alwaysFromImage,
+                                               bool withTransform,
+                                               std::optional<Dictionary>* properties) {
+  if (properties) properties->reset();
+  if (maxSize < 1) return nullptr;
+  const Data* data = &bytes;
   const std::optional<vips::Loader> loader = vips::findLoader(data->data(), data->size());
   if (!loader) return nullptr;
   vips::ImageRef header = vips::openImage(data->data(), data->size(), *loader, 0);
