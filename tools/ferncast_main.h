@@ -20,6 +20,7 @@ struct AreaName {
 // the RegisterArea lines of tools/media/: ferncast-media refuses to run when the two disagree.
 inline constexpr std::array kMediaAreas{
     AreaName{"pdf", "facts and text of PDF documents"},
+    AreaName{"document", "documents read by the text system's reader"},
 };
 
 // Parses the command line against the registered areas and runs the chosen command. `elsewhere`
