@@ -10,7 +10,7 @@ extern "C" {
 #include "Classes/ContentTypes.h"
 #include "Classes/NSString+Paths.h"
 #include "Classes/Unicode.h"
-#include "markup/NSString+QuillCompare.h"
+#include "markup/chartables/NSString+QuillCompare.h"
 
 namespace ferncast {
 namespace {

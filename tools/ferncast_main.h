@@ -21,6 +21,7 @@ struct AreaName {
 inline constexpr std::array kMediaAreas{
     AreaName{"image", "image thumbnails, facts, renderings and PDF data"},
     AreaName{"pdf", "facts and text of PDF documents"},
+    AreaName{"document", "documents read by the text system's reader"},
 };
 
 // Parses the command line against the registered areas and runs the chosen command. `elsewhere`
