@@ -49,5 +49,26 @@ TEST_F(HtmlRtfdCommand, DataOnStandardOutputAndNilForEmptyPages) {
   EXPECT_EQ(run("html rtfd '" + page + "'").status, 2) << "-o is required";
 }
 
+// The document commands read HTML, .docx and .odt through the reader table.
+TEST_F(FerncastTest, DocumentCommandsReadHtmlAndOfficeFiles) {
+  const std::string html = write("page.html", "<html><title>T</title><p>Hello <b>page</b></p>");
+  Outcome text = run("document text '" + html + "'");
+  ASSERT_EQ(text.status, 0) << text.err;
+  EXPECT_EQ(text.out, "Hello page\n");
+  Outcome rtfd = run("document rtfd '" + html + "' -o '" + path("out.data") + "'");
+  ASSERT_EQ(rtfd.status, 0) << rtfd.err;
+  EXPECT_NE(rtfd.out.find("NSHTML"), std::string::npos) << rtfd.out;
+
+  if (std::system("pandoc --version > /dev/null 2>&1") != 0) GTEST_SKIP() << "no pandoc";
+  const std::string markdown = write("in.md", "Some **office** words.\n");
+  for (const char* extension : {"docx", "odt"}) {
+    const std::string file = path(std::string("out.") + extension);
+    ASSERT_EQ(std::system(("pandoc -o '" + file + "' '" + markdown + "'").c_str()), 0);
+    Outcome office = run("document text '" + file + "'");
+    ASSERT_EQ(office.status, 0) << extension << office.err;
+    EXPECT_EQ(office.out, "Some office words.\n") << extension;
+  }
+}
+
 }  // namespace
 }  // namespace ferncast::cli_test
