@@ -10,7 +10,7 @@
 #include "Classes/Unicode.h"
 #include "imaging/PostScript.h"
 #include "imaging/RasterSource.h"
-#include "markup/NSString+Quill.h"
+#include "markup/chartables/NSString+Quill.h"
 
 namespace ferncast {
 

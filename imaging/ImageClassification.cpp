@@ -11,7 +11,7 @@
 #include "Classes/NSString+Paths.h"
 #include "Classes/Unicode.h"
 #include "imaging/VipsSupport.h"
-#include "markup/NSString+Quill.h"
+#include "markup/chartables/NSString+Quill.h"
 
 namespace ferncast {
 namespace {
