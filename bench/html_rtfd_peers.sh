@@ -43,14 +43,12 @@ convert() {
   done
 }
 
-# measure TOOL: prints "CPU ELAPSED" in seconds for one pass, the children's times from `times`.
+# measure TOOL: prints "CPU ELAPSED" in seconds for one pass (CPU: user + system of the children).
 measure() {
-  local tool=$1
-  ( start=$(date +%s.%N)
-    convert "$tool"
-    end=$(date +%s.%N)
-    read -r _ _ cu cs < <(times | tr 'ms\n' '  ' | awk '{print $1*60+$2, $3*60+$4, $5*60+$6, $7*60+$8}')
-    echo "$(calc "$cu + $cs") $(calc "$end - $start")" )
+  local TIMEFORMAT='%U %S %R'
+  { time convert "$1" >/dev/null 2>&1; } 2>"$work/time"
+  read -r user system real <"$work/time"
+  echo "$(calc "$user + $system") $real"
 }
 
 declare -A cpu=([ours]=0 [pandoc]=0) elapsed=([ours]=0 [pandoc]=0)
