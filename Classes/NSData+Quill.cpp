@@ -61,6 +61,24 @@ std::optional<Data> dataWithUncachedContentsOfFile(std::u16string_view path) {
   return data;
 }
 
+std::optional<Data> dataWithContentsOfRegularFile(std::u16string_view path) {
+  const std::string fileSystemPath = utf16ToUtf8(path);
+  const int fd = open(fileSystemPath.c_str(), O_RDONLY | O_CLOEXEC | O_NONBLOCK | O_NOCTTY);
+  if (fd < 0) return std::nullopt;
+  struct stat status;
+  Data data;
+  bool ok = false;
+  if (fstat(fd, &status) == 0 && S_ISREG(status.st_mode)) {
+    try {
+      ok = readAll(fd, data);
+    } catch (const std::bad_alloc&) {
+    }
+  }
+  close(fd);
+  if (!ok) return std::nullopt;
+  return data;
+}
+
 bool isAsciiData(const Data& data) {
   if (data.empty()) return false;
   return std::all_of(data.begin(), data.end(), [](std::uint8_t byte) {

@@ -17,6 +17,11 @@ namespace ferncast {
 // opened or read; the error itself is not reported.
 std::optional<Data> dataWithUncachedContentsOfFile(std::u16string_view path);
 
+// The contents of a regular file (symbolic links followed), through the page cache as usual.
+// nullopt for anything else (folders, devices, pipes, which are never waited on) and when the
+// file cannot be read.
+std::optional<Data> dataWithContentsOfRegularFile(std::u16string_view path);
+
 // True when the data is not empty and every byte is in 32...127 or is one of the
 // control bytes 3, 8, 9, 10, 12, 13. (Byte 3 counts as text and the vertical tab 11 does not.)
 bool isAsciiData(const Data& data);

@@ -3,8 +3,8 @@
 #include <climits>
 #include <cstdint>
 
-#include "markup/CharacterTables.h"
-#include "markup/NSString+QuillCompare.h"
+#include "markup/chartables/CharacterTables.h"
+#include "markup/chartables/NSString+QuillCompare.h"
 
 namespace ferncast {
 namespace {

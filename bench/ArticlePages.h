@@ -7,7 +7,7 @@
 #include <cstdint>
 #include <string>
 
-#include "markup/CharacterTables.h"
+#include "markup/chartables/CharacterTables.h"
 #include "tests/Corpus.h"
 
 namespace ferncast::bench {

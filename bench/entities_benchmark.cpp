@@ -10,7 +10,7 @@
 
 #include "Classes/Unicode.h"
 #include "bench/ArticlePages.h"
-#include "markup/CharacterTables.h"
+#include "markup/chartables/CharacterTables.h"
 #include "markup/Entities.h"
 
 namespace {

@@ -16,7 +16,7 @@
 #include "Classes/Json.h"
 #include "Classes/NSData+zlib.h"
 #include "Classes/Unicode.h"
-#include "markup/CharacterTables.h"
+#include "markup/chartables/CharacterTables.h"
 #include "tests/Corpus.h"
 #include "webcontent/Feed2Html.h"
 #include "webcontent/FeedDate.h"

@@ -14,7 +14,7 @@
 
 #include "Classes/Unicode.h"
 #include "bench/ArticlePages.h"
-#include "markup/CharacterTables.h"
+#include "markup/chartables/CharacterTables.h"
 #include "markup/Html2Text.h"
 #include "markup/WebArchive+SearchableText.h"
 #include "markup/WebArchive.h"

@@ -12,7 +12,7 @@
 #include "Classes/NSData+zlib.h"
 #include "Classes/Unicode.h"
 #include "bench/ArticlePages.h"
-#include "markup/CharacterTables.h"
+#include "markup/chartables/CharacterTables.h"
 #include "webcontent/HtmlExtensions.h"
 
 namespace {

@@ -11,7 +11,7 @@
 
 #include "Classes/Unicode.h"
 #include "bench/ArticlePages.h"
-#include "markup/CharacterTables.h"
+#include "markup/chartables/CharacterTables.h"
 #include "markup/CodeUnitSearch.h"
 #include "markup/XmlExtensions.h"
 

@@ -14,8 +14,8 @@
 #include <string>
 #include <vector>
 
-#include "markup/CharacterTables.h"
-#include "markup/NSString+Quill.h"
+#include "markup/chartables/CharacterTables.h"
+#include "markup/chartables/NSString+Quill.h"
 
 namespace {
 

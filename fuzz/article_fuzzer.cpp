@@ -6,7 +6,7 @@
 #include <string>
 
 #include "Classes/Unicode.h"
-#include "markup/CharacterTables.h"
+#include "markup/chartables/CharacterTables.h"
 #include "webcontent/Reader.h"
 
 using namespace ferncast;

@@ -8,7 +8,7 @@
 
 #include "Classes/Json.h"
 #include "Classes/Unicode.h"
-#include "markup/CharacterTables.h"
+#include "markup/chartables/CharacterTables.h"
 #include "webcontent/Feed2Html.h"
 #include "webcontent/FeedDate.h"
 #include "webcontent/FeedExtensions.h"

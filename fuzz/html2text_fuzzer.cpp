@@ -9,7 +9,7 @@
 #include <string_view>
 
 #include "Classes/Unicode.h"
-#include "markup/CharacterTables.h"
+#include "markup/chartables/CharacterTables.h"
 #include "markup/Html2Text.h"
 
 namespace {

@@ -9,7 +9,7 @@
 
 #include "Classes/Log.h"
 #include "Classes/Unicode.h"
-#include "markup/CharacterTables.h"
+#include "markup/chartables/CharacterTables.h"
 #include "webcontent/HtmlExtensions.h"
 
 using namespace ferncast;

@@ -2,7 +2,7 @@
 
 #include <exception>
 
-#include "markup/NSString+Quill.h"
+#include "markup/chartables/NSString+Quill.h"
 
 namespace ferncast {
 

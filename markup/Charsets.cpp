@@ -10,8 +10,8 @@
 #include <string>
 
 #include "Classes/Log.h"
-#include "markup/CharacterTables.h"
-#include "markup/NSString+QuillCompare.h"
+#include "markup/chartables/CharacterTables.h"
+#include "markup/chartables/NSString+QuillCompare.h"
 
 namespace ferncast {
 namespace {

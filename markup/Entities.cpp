@@ -4,7 +4,7 @@
 #include <bit>
 #include <cstring>
 
-#include "markup/CharacterTables.h"
+#include "markup/chartables/CharacterTables.h"
 
 #if defined(__SSE2__)
 #include <emmintrin.h>

@@ -7,9 +7,9 @@
 #include <cstring>
 #include <memory>
 
-#include "markup/CharacterTables.h"
+#include "markup/chartables/CharacterTables.h"
 #include "markup/Entities.h"
-#include "markup/NSString+QuillCompare.h"
+#include "markup/chartables/NSString+QuillCompare.h"
 #include "markup/XmlExtensions.h"
 
 namespace ferncast {

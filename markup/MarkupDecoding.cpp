@@ -11,10 +11,10 @@
 #include "Classes/NSData+Quill.h"
 #include "Classes/NSString+HeaderFields.h"
 #include "Classes/Unicode.h"
-#include "markup/CharacterTables.h"
+#include "markup/chartables/CharacterTables.h"
 #include "markup/CzechEncodings.h"
 #include "markup/Entities.h"
-#include "markup/NSString+QuillCompare.h"
+#include "markup/chartables/NSString+QuillCompare.h"
 #include "markup/XmlExtensions.h"
 
 namespace ferncast {

@@ -16,9 +16,9 @@
 #include <typeinfo>
 
 #include "Classes/Log.h"
-#include "markup/CharacterTables.h"
+#include "markup/chartables/CharacterTables.h"
 #include "markup/CodeUnitSearch.h"
-#include "markup/NSString+QuillCompare.h"
+#include "markup/chartables/NSString+QuillCompare.h"
 
 namespace ferncast {
 namespace {

@@ -7,9 +7,9 @@
 // without allocating (the range forms) or into a new string.
 //
 // Positions and lengths count UTF-16 code units; kNotFound (markup/NotFound.h) marks a missing
-// position. Case-insensitive comparisons use the upper-case table of markup/CharacterTables.h.
-// Nothing here throws on bad input: answers are nullopt, false, an empty collection or a
-// (kNotFound, 0) range.
+// position. Case-insensitive comparisons use the upper-case table of
+// markup/chartables/CharacterTables.h. Nothing here throws on bad input: answers are nullopt,
+// false, an empty collection or a (kNotFound, 0) range.
 //
 // Threads: no state is kept between calls; any thread may scan its own text. The character
 // tables must have been built once (initCharacterTables) before scans start on several threads

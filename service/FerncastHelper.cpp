@@ -1,7 +1,11 @@
 #include "service/FerncastHelper.h"
 
+#include <chrono>
+
 #include "markup/WebArchive+SearchableText.h"
+#include "url/NSURL+Quill.h"
 #include "webcontent/documents/DocumentReader.h"
+#include "webcontent/documents/HtmlReader.h"
 #include "webcontent/documents/RTFD.h"
 
 namespace ferncast {
@@ -72,10 +76,47 @@ bool FerncastHelper::writeRTFDData(const std::optional<Data>& rtfd, std::u16stri
   return guarded(false, [&rtfd, path] { return rtfd && writeRTFD(*rtfd, path); });
 }
 
-std::optional<Data> FerncastHelper::RTFDWithHTML(const std::optional<Data>&,
-                                                 const std::optional<std::u16string>&, bool,
-                                                 const std::optional<std::u16string>&) {
-  return guarded(std::optional<Data>(), [] { return std::optional<Data>(); });
+HTMLRenderingOptions FerncastHelper::_HTMLRenderingOptions(
+    const std::optional<std::u16string>& baseURL, bool allowRemoteRequest,
+    const std::optional<std::u16string>& charset) {
+  HTMLRenderingOptions options;
+  if (!allowRemoteRequest) options.resourceLoadDelegate = this;
+  if (baseURL) {
+    if (std::optional<URL> url = URL::URLWithString(*baseURL))
+      options.baseURL = baseURLForWebKit(*url);
+  }
+  if (charset && !charset->empty()) options.textEncodingName = *charset;
+  return options;
+}
+
+std::optional<Data> FerncastHelper::RTFDWithHTML(const std::optional<Data>& html,
+                                                 const std::optional<std::u16string>& baseURL,
+                                                 bool allowRemoteRequest,
+                                                 const std::optional<std::u16string>& charset) {
+  HTMLRenderingOptions options = _HTMLRenderingOptions(baseURL, allowRemoteRequest, charset);
+  return guarded(std::optional<Data>(), [&]() -> std::optional<Data> {
+    if (!html) return std::nullopt;
+    std::optional<HtmlReading> reading = _renderHTML(*html, options);
+    if (!reading) return std::nullopt;
+    return RTFDFromRange(reading->string, {});
+  });
+}
+
+std::optional<HtmlReading> FerncastHelper::_renderHTML(const Data& html,
+                                                       const HTMLRenderingOptions& options) {
+  HtmlReaderOptions reader;
+  reader.baseURL = options.baseURL;
+  reader.textEncodingName = options.textEncodingName.value_or(u"");
+  reader.deadline = std::chrono::steady_clock::now() +
+                    std::chrono::duration_cast<std::chrono::steady_clock::duration>(
+                        std::chrono::duration<float>(options.timeout));
+  reader.resources.emplace();
+  if (FerncastHelper* delegate = options.resourceLoadDelegate) {
+    reader.resources->hook = [delegate](const URL& request, HostResolver& resolver) {
+      return delegate->webView(request, resolver);
+    };
+  }
+  return readHTML(html, reader);
 }
 
 std::optional<Dictionary> FerncastHelper::metaDataForFile(std::u16string_view path) {
@@ -90,8 +131,9 @@ bool FerncastHelper::supportsFile(std::u16string_view path) {
   return _mdimporter->supportsFileAtPath(path);
 }
 
-std::optional<std::u16string> FerncastHelper::webView(std::u16string_view) {
-  return std::nullopt;
+std::optional<URL> FerncastHelper::webView(const URL& request, HostResolver& resolver) {
+  if (!isLocalURL(request, resolver, kHostLookupTimeout)) return std::nullopt;
+  return request;
 }
 
 }  // namespace ferncast

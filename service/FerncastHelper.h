@@ -18,11 +18,26 @@
 #include "service/Protocol.h"
 #include "service/QuillImExport.h"
 #include "spotlight/MetaDataImporter.h"
+#include "url/NSURL+Internet.h"
+#include "url/URL.h"
+#include "webcontent/documents/HtmlReader.h"
 
 namespace ferncast {
 
 // The name under which the helper registers its connection.
 inline constexpr std::u16string_view kFerncastHelperName = u"FerncastHelper32";
+
+class FerncastHelper;
+
+// The options RTFDWithHTML hands the HTML reader, under the platform reader's names.
+struct HTMLRenderingOptions {
+  bool useWebKit = true;  // "UseWebKit"
+  float timeout = 15.0f;  // "Timeout": seconds over the page and all its loads
+  // "WebResourceLoadDelegate": set only when remote requests are refused.
+  FerncastHelper* resourceLoadDelegate = nullptr;
+  std::optional<URL> baseURL;                      // "BaseURL": baseURLForWebKit of the given one
+  std::optional<std::u16string> textEncodingName;  // the character set, when given and not empty
+};
 
 class FerncastHelper : public QuillImExport, public RemoteObject {
  public:
@@ -57,9 +72,17 @@ class FerncastHelper : public QuillImExport, public RemoteObject {
   // lets the importer supply the text.
   std::optional<Dictionary> _attributed(bool attributed, const std::optional<Data>& pdf,
                                         std::optional<std::u16string_view> file, bool size);
-  // The HTML reader's resource-load hook: the request's URL to let the load proceed, nullopt to
-  // cancel it.
-  std::optional<std::u16string> webView(std::u16string_view requestURL);
+  // The HTML reader's resource-load hook (webView:resource:willSendRequest:...): the request to
+  // let the load proceed when isLocalURL says so (hosts looked up with `resolver`), nullopt to
+  // cancel it. Redirects come here with their new URL.
+  std::optional<URL> webView(const URL& request, HostResolver& resolver);
+  // The work of RTFDWithHTML: the page laid out with `options`, its images loaded through the
+  // hook when one is set, within the time-out; nullopt when the page gives nothing. May throw.
+  std::optional<HtmlReading> _renderHTML(const Data& html, const HTMLRenderingOptions& options);
+  // The reader options of RTFDWithHTML for these arguments.
+  HTMLRenderingOptions _HTMLRenderingOptions(const std::optional<std::u16string>& baseURL,
+                                             bool allowRemoteRequest,
+                                             const std::optional<std::u16string>& charset);
 
  private:
   std::unique_ptr<MetaDataImporter> _mdimporter;

@@ -19,7 +19,9 @@ struct AreaName {
 // The areas of ferncast-media, as `std::array{AreaName{"image", "..."}, ...}`. Keep in step with
 // the RegisterArea lines of tools/media/: ferncast-media refuses to run when the two disagree.
 inline constexpr std::array kMediaAreas{
+    AreaName{"image", "image thumbnails, facts, renderings and PDF data"},
     AreaName{"pdf", "facts and text of PDF documents"},
+    AreaName{"document", "documents read by the text system's reader"},
 };
 
 // Parses the command line against the registered areas and runs the chosen command. `elsewhere`

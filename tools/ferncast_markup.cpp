@@ -11,7 +11,7 @@
 #include <string>
 
 #include "Classes/Json.h"
-#include "markup/CharacterTables.h"
+#include "markup/chartables/CharacterTables.h"
 #include "markup/XmlExtensions.h"
 #include "tools/ferncast_cli.h"
 

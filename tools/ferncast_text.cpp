@@ -6,8 +6,8 @@
 #include <memory>
 #include <string>
 
-#include "markup/CharacterTables.h"
-#include "markup/NSString+Quill.h"
+#include "markup/chartables/CharacterTables.h"
+#include "markup/chartables/NSString+Quill.h"
 #include "tools/ferncast_cli.h"
 
 namespace ferncast::cli {

@@ -4,6 +4,8 @@
 //     invalid URL) and every string predicate; 1 when the string is no URL.
 //   webkit URL, base-for-webkit URL, with-anchor URL ANCHOR, without-anchor URL, webkit-string
 //     STRING: the resulting URL string; 1 for nil (or an invalid URL).
+//   is-local URL: no output, 0 when the URL is local (a file, no host, or a host on this machine
+//     or its networks), 1 when not.
 //   mime TYPE: JSON of every MIME-type predicate. http-status CODE: JSON {okay, temporaryError,
 //     message}.
 //   param NAME URL: the value; 1 for nil. has-param NAME URL: no output, 0 YES, 1 NO.
@@ -21,6 +23,7 @@
 
 #include "tools/ferncast_cli.h"
 #include "url/NSString+URLUtilities.h"
+#include "url/NSURL+Internet.h"
 #include "url/NSURL+Quill.h"
 #include "url/URL.h"
 
@@ -202,6 +205,11 @@ void addCommands(CLI::App& area) {
        "the URL without its anchor",
        {"URL"},
        [](const Options& o) { finishWithURL(URLWithoutAnchor(urlArgument(o, 0))); }},
+      {"is-local",
+       "exit 0 when the URL is a file, has no host, or its host is on this machine or its "
+       "networks, else 1",
+       {"URL"},
+       [](const Options& o) { finish(isLocalURL(urlArgument(o, 0)) ? kSuccess : kNegative); }},
       {"mime", "MIME-type predicates as JSON", {"TYPE"}, mime},
       {"http-status",
        "okay, temporary error and message of an HTTP status code",

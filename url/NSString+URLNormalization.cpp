@@ -1,7 +1,7 @@
 #include "url/NSString+URLNormalization.h"
 
 #include "Classes/Unicode.h"
-#include "markup/CharacterTables.h"
+#include "markup/chartables/CharacterTables.h"
 #include "markup/Entities.h"
 #include "url/AsciiCase.h"
 

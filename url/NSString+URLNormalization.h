@@ -4,7 +4,8 @@
 //
 // normalizedStringURL(link, encoding), in this order:
 //   1. Character entities are decoded, the markup four included ("&amp;" gives "&").
-//   2. White space (the white set of markup/CharacterTables.h), control characters and DEL are
+//   2. White space (the white set of markup/chartables/CharacterTables.h), control characters and
+//   DEL are
 //      trimmed from both ends.
 //   3. Surrounding quotes are stripped: one matching pair of '"' or "'" (or of \" or \', the
 //      escaped quotes of markup written by scripts), then the text is trimmed again, once more

@@ -6,7 +6,7 @@
 #include <array>
 #include <utility>
 
-#include "markup/CharacterTables.h"
+#include "markup/chartables/CharacterTables.h"
 #include "url/AsciiCase.h"
 
 namespace ferncast {

@@ -1,6 +1,6 @@
 #include "url/QueryParameters.h"
 
-#include "markup/CharacterTables.h"
+#include "markup/chartables/CharacterTables.h"
 #include "url/NSString+URLUtilities.h"
 
 namespace ferncast {

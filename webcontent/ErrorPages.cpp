@@ -2,8 +2,8 @@
 
 #include <array>
 
-#include "markup/CharacterTables.h"
-#include "markup/NSString+QuillCompare.h"
+#include "markup/chartables/CharacterTables.h"
+#include "markup/chartables/NSString+QuillCompare.h"
 
 namespace ferncast {
 namespace {

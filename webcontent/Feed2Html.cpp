@@ -8,7 +8,7 @@
 
 #include "Classes/Unicode.h"
 #include "markup/MarkupDecoding.h"
-#include "markup/NSString+QuillCompare.h"
+#include "markup/chartables/NSString+QuillCompare.h"
 #include "webcontent/FeedContext.h"
 #include "webcontent/FeedDate.h"
 #include "webcontent/HtmlExtensions.h"

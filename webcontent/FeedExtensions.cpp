@@ -3,10 +3,10 @@
 
 #include <string>
 
-#include "markup/CharacterTables.h"
+#include "markup/chartables/CharacterTables.h"
 #include "markup/Entities.h"
-#include "markup/NSString+Quill.h"
-#include "markup/NSString+QuillCompare.h"
+#include "markup/chartables/NSString+Quill.h"
+#include "markup/chartables/NSString+QuillCompare.h"
 #include "markup/XmlExtensions.h"
 #include "url/NSString+URLUtilities.h"
 #include "webcontent/Feed2Html.h"

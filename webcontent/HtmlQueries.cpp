@@ -8,7 +8,7 @@
 #include "Classes/Unicode.h"
 #include "markup/Entities.h"
 #include "markup/Html2Text.h"
-#include "markup/NSString+Quill.h"
+#include "markup/chartables/NSString+Quill.h"
 #include "url/NSString+URLNormalization.h"
 #include "url/NSString+URLUtilities.h"
 #include "url/NSURL+Quill.h"

@@ -1,6 +1,6 @@
 // The rewrites of HtmlExtensions.h: each one scan that copies text and kept tags to an output.
 #include "markup/Entities.h"
-#include "markup/NSString+QuillCompare.h"
+#include "markup/chartables/NSString+QuillCompare.h"
 #include "webcontent/HtmlExtensions.h"
 #include "webcontent/HtmlScan.h"
 

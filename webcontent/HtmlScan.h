@@ -7,8 +7,8 @@
 #include <string>
 #include <string_view>
 
-#include "markup/CharacterTables.h"
-#include "markup/NSString+QuillCompare.h"
+#include "markup/chartables/CharacterTables.h"
+#include "markup/chartables/NSString+QuillCompare.h"
 #include "markup/NotFound.h"
 #include "markup/XmlExtensions.h"
 

@@ -4,9 +4,9 @@
 #include <algorithm>
 #include <array>
 
-#include "markup/CharacterTables.h"
+#include "markup/chartables/CharacterTables.h"
 #include "markup/Entities.h"
-#include "markup/NSString+QuillCompare.h"
+#include "markup/chartables/NSString+QuillCompare.h"
 #include "markup/NotFound.h"
 #include "markup/XmlExtensions.h"
 #include "url/NSString+URLUtilities.h"

@@ -221,7 +221,7 @@ TEST(RTFWriter, WritesThePlatformsHeaderAndEscapes) {
                        "Helvetica;}\n{\\colortbl;\\red255\\green255\\blue255;}\n"
                        "{\\*\\expandedcolortbl;;}\n"))
       << text;
-  EXPECT_NE(text.find("caf\\'e9 \\u8594  \\{x\\}}"), std::string::npos) << text;
+  EXPECT_NE(text.find("caf\\'e9 \\uc0\\u8594  \\{x\\}}"), std::string::npos) << text;
 }
 
 TEST(RTFReader, ReadsPlatformWrittenRTFInAPackage) {

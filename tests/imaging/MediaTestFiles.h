@@ -4,10 +4,12 @@
 
 #include <fcntl.h>
 #include <gtest/gtest.h>
+#include <signal.h>
 #include <spawn.h>
 #include <sys/wait.h>
 #include <unistd.h>
 
+#include <cerrno>
 #include <cstdint>
 #include <cstdio>
 #include <filesystem>
@@ -23,7 +25,8 @@ namespace ferncast::media_test {
 
 namespace fs = std::filesystem;
 
-// Runs a program found on PATH with its output thrown away; true when it exits with 0.
+// Runs a program found on PATH with its output thrown away; true when it exits with 0 within
+// two minutes.
 inline bool runTool(const std::vector<std::string>& arguments) {
   std::vector<char*> argv;
   for (const std::string& argument : arguments)
@@ -38,13 +41,25 @@ inline bool runTool(const std::vector<std::string>& arguments) {
   const int error = posix_spawnp(&pid, argv[0], &actions, nullptr, argv.data(), environ);
   posix_spawn_file_actions_destroy(&actions);
   if (error != 0) return false;
+  // A tool that hangs fails the test instead of holding it.
   int status = 0;
-  while (waitpid(pid, &status, 0) < 0) {
+  for (int waited = 0;; ++waited) {
+    const pid_t done = waitpid(pid, &status, WNOHANG);
+    if (done == pid) break;
+    if (done < 0 && errno != EINTR) return false;
+    if (waited == 12000) {  // two minutes of 10 ms naps
+      kill(pid, SIGKILL);
+      waitpid(pid, &status, 0);
+      return false;
+    }
+    usleep(10000);
   }
   return WIFEXITED(status) && WEXITSTATUS(status) == 0;
 }
 
-inline std::string readFile(const fs::path& path) { return testing::ScratchDirectory::read(path); }
+inline std::string readFile(const fs::path& path) {
+  return testing::ScratchDirectory::read(path);
+}
 
 inline void writeFile(const fs::path& path, const std::string& bytes) {
   std::ofstream(path, std::ios::binary)
@@ -111,6 +126,29 @@ inline std::string handmadePDF(const std::vector<std::string>& objects,
 inline std::string streamObject(const std::string& content, const std::string& extra = "") {
   return "<< /Length " + std::to_string(content.size()) + extra + " >>\nstream\n" + content +
          "\nendstream";
+}
+
+// A file made by ffmpeg from the arguments between its input and output options (quiet, and
+// overwriting); made once per test program, empty when ffmpeg failed.
+inline fs::path ffmpegFile(const std::string& name, const std::vector<std::string>& arguments) {
+  const fs::path out = testFolder() / name;
+  if (fs::exists(out)) return out;
+  std::vector<std::string> command = {"ffmpeg", "-nostdin", "-v", "error", "-y"};
+  command.insert(command.end(), arguments.begin(), arguments.end());
+  command.push_back(out.string());
+  if (!runTool(command)) return {};
+  return out;
+}
+
+// An MPEG-4 clip of 64 × 48 pixels at 5 frames a second whose red level is 6 × the time in
+// seconds: the frame at t has red ≈ 6t (0 … 240 for clips up to 40 s).
+inline fs::path rampClip(double seconds) {
+  char name[32];
+  std::snprintf(name, sizeof name, "ramp_%g.mp4", seconds);
+  return ffmpegFile(name, {"-f", "lavfi", "-i",
+                           "nullsrc=s=64x48:r=5:d=" + std::to_string(seconds) +
+                               ",geq=r='6*T':g=128:b=128,format=yuv420p",
+                           "-c:v", "mpeg4", "-q:v", "2", "-g", "25"});
 }
 
 }  // namespace ferncast::media_test

@@ -10,7 +10,7 @@
 #include <set>
 #include <string>
 
-#include "markup/CharacterTables.h"
+#include "markup/chartables/CharacterTables.h"
 
 namespace ferncast {
 namespace {

@@ -1,5 +1,5 @@
 // Set-restricted comparisons, phrase search and the white-space and letter predicates.
-#include "markup/NSString+QuillCompare.h"
+#include "markup/chartables/NSString+QuillCompare.h"
 
 #include <gtest/gtest.h>
 
@@ -7,7 +7,7 @@
 #include <string>
 
 #include "Classes/Unicode.h"
-#include "markup/CharacterTables.h"
+#include "markup/chartables/CharacterTables.h"
 
 namespace ferncast {
 namespace {

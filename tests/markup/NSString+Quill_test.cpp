@@ -1,4 +1,4 @@
-#include "markup/NSString+Quill.h"
+#include "markup/chartables/NSString+Quill.h"
 
 #include <gtest/gtest.h>
 #include <unicode/normalizer2.h>

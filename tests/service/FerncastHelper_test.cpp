@@ -7,6 +7,7 @@
 #include <string>
 
 #include "service/QuillImExport.h"
+#include "webcontent/documents/RTFD.h"
 
 namespace ferncast {
 namespace {
@@ -46,7 +47,7 @@ TEST(FerncastHelperObject, AnswersEveryOperationOnMissingFilesWithNilNoOrNothing
       {u"searchableTextOfWebArchive:", {Value(u"/x.webarchive")}},
       {u"writeRTFDData:toFile:", {Value(Data{1}), Value(u"/tmp/x.rtfd")}},
       {u"RTFDWithHTML:baseURL:allowRemoteRequest:charset:",
-       {Value(Data{'<'}), Value(Null{}), Value(true), Value(u"utf-8")}},
+       {Value(Data{'<', 'p', '>'}), Value(Null{}), Value(true), Value(u"utf-8")}},
       {u"metaDataForFile:", {Value(u"/x.txt")}},
       {u"supportsFile:", {Value(u"/x.txt")}},
   };
@@ -58,7 +59,46 @@ TEST(FerncastHelperObject, AnswersEveryOperationOnMissingFilesWithNilNoOrNothing
         << std::string(selector.begin(), selector.end());
   }
   EXPECT_FALSE(helper._attributed(true, Data{1}, u"/x.pdf", true));
-  EXPECT_FALSE(helper.webView(u"http://example.com/"));
+}
+
+TEST(FerncastHelperHTML, OptionsFollowTheArguments) {
+  FerncastHelper helper;
+  HTMLRenderingOptions refused = helper._HTMLRenderingOptions(u"feed://example.test/a", false, u"");
+  EXPECT_TRUE(refused.useWebKit);
+  EXPECT_EQ(refused.timeout, 15.0f);
+  EXPECT_EQ(refused.resourceLoadDelegate, &helper);
+  ASSERT_TRUE(refused.baseURL);
+  EXPECT_EQ(refused.baseURL->absoluteString(), u"http://example.test/a");
+  EXPECT_FALSE(refused.textEncodingName) << "an empty name counts as none";
+
+  HTMLRenderingOptions allowed =
+      helper._HTMLRenderingOptions(u"ftp://example.test/", true, u"koi8-r");
+  EXPECT_EQ(allowed.resourceLoadDelegate, nullptr) << "no hook when remote requests are allowed";
+  EXPECT_FALSE(allowed.baseURL) << "a base that baseURLForWebKit rejects is left out";
+  EXPECT_EQ(allowed.textEncodingName, u"koi8-r");
+  EXPECT_FALSE(helper._HTMLRenderingOptions(std::nullopt, true, std::nullopt).baseURL);
+}
+
+TEST(FerncastHelperHTML, HookLetsOnlyLocalRequestsThrough) {
+  FerncastHelper helper;
+  HostTableResolver resolver(nullptr);
+  resolver.addHostsFileText("203.0.113.9 far.test\n127.0.0.1 near.test\n");
+  EXPECT_TRUE(helper.webView(*URL::URLWithString(u"http://near.test/a.png"), resolver));
+  EXPECT_TRUE(helper.webView(*URL::URLWithString(u"file:///tmp/a.png"), resolver));
+  EXPECT_FALSE(helper.webView(*URL::URLWithString(u"http://far.test/a.png"), resolver));
+}
+
+TEST(FerncastHelperHTML, RendersHTMLToRTFD) {
+  FerncastHelper helper;
+  std::string page = "<h1>Caf\xE9</h1><p>text <img src='http://203.0.113.9/x.png' alt=picture>";
+  std::optional<Data> rtfd =
+      helper.RTFDWithHTML(Data(page.begin(), page.end()), std::nullopt, false, u"iso-8859-1");
+  ASSERT_TRUE(rtfd);
+  std::optional<AttributedString> back = initWithRTFD(*rtfd, nullptr);
+  ASSERT_TRUE(back);
+  EXPECT_EQ(back->string(), u"Caf\u00E9\ntext picture\n");
+  EXPECT_FALSE(helper.RTFDWithHTML(std::nullopt, std::nullopt, false, std::nullopt));
+  EXPECT_FALSE(helper.RTFDWithHTML(Data{}, std::nullopt, false, std::nullopt));
 }
 
 TEST(FerncastHelperObject, RefusesOtherSelectorsAndMismatchedArguments) {

@@ -6,6 +6,7 @@
 #include <array>
 #include <cstring>
 #include <string>
+#include <unordered_set>
 
 #include "Classes/NSData+Quill.h"
 #include "Classes/NSString+Encoding.h"
@@ -16,8 +17,11 @@
 #include "markup/WebArchive.h"
 #include "webcontent/HtmlExtensions.h"
 #include "webcontent/documents/FileWrapperFiles.h"
+#include "webcontent/documents/HtmlDocuments.h"
+#include "webcontent/documents/OfficeDocuments.h"
 #include "webcontent/documents/RTF.h"
 #include "webcontent/documents/RTFD.h"
+#include "webcontent/documents/WordDocuments.h"
 
 namespace ferncast {
 namespace {
@@ -90,24 +94,33 @@ std::optional<Document> readWebArchive(const DocumentSource& source) {
   const std::span<const std::uint8_t> bytes = bytesOf(source);
   std::optional<WebArchive> archive = WebArchive::fromData(bytes.data(), bytes.size());
   if (!archive) return std::nullopt;
-  std::optional<std::u16string> markup;
-  std::u16string text = searchableTextAndSource(*archive, &markup);
-  text.erase(0, std::min(text.find_first_not_of(u'\n'), text.size()));
-  AttributedString string(text);
+  std::unordered_set<std::u16string> shown;
+  std::optional<Document> page = readWebArchiveHTML(*archive, &shown);
+  if (!page) {
+    std::optional<std::u16string> markup;
+    std::u16string text = searchableTextAndSource(*archive, &markup);
+    text.erase(0, std::min(text.find_first_not_of(u'\n'), text.size()));
+    Dictionary attributes{
+        {std::u16string(kDocumentTypeDocumentAttribute), Value(kWebArchiveTextDocumentType)}};
+    if (markup) {
+      std::u16string title = normalizedHtmlTitle(*markup);
+      if (!title.empty()) attributes[std::u16string(kTitleDocumentAttribute)] = std::move(title);
+    }
+    page = documentOf(AttributedString(text), std::move(attributes));
+  }
+  // The archive's images that the page does not show follow, each on a line of its own.
+  AttributedString& string = page->string;
   for (const WebResource& resource : archive->subresources()) {
-    if (!resource.MIMEType.starts_with(u"image/") || resource.data.empty()) continue;
-    string.append(u"\n", {});
+    if (!resource.MIMEType.starts_with(u"image/") || resource.data.empty() ||
+        shown.contains(resource.URL)) {
+      continue;
+    }
+    if (string.length() == 0 || string.string().back() != u'\n') string.append(u"\n", {});
     string.appendAttachment({std::make_shared<const FileWrapper>(FileWrapper::regularFile(
                                 resource.data, fileNameOfURL(resource.URL)))},
                             {});
   }
-  Dictionary attributes{
-      {std::u16string(kDocumentTypeDocumentAttribute), Value(kWebArchiveTextDocumentType)}};
-  if (markup) {
-    std::u16string title = normalizedHtmlTitle(*markup);
-    if (!title.empty()) attributes[std::u16string(kTitleDocumentAttribute)] = std::move(title);
-  }
-  return documentOf(std::move(string), std::move(attributes));
+  return page;
 }
 
 // ---- Plain text ----
@@ -179,12 +192,21 @@ std::optional<Document> readPlainText(const DocumentSource& source) {
 constexpr std::u16string_view kRTFDExtensions[] = {u"rtfd"};
 constexpr std::u16string_view kRTFExtensions[] = {u"rtf"};
 constexpr std::u16string_view kWebArchiveExtensions[] = {u"webarchive"};
+constexpr std::u16string_view kOfficeOpenXMLExtensions[] = {u"docx", u"docm", u"dotx"};
+constexpr std::u16string_view kOpenDocumentTextExtensions[] = {u"odt", u"ott"};
+constexpr std::u16string_view kWordDocumentExtensions[] = {u"doc", u"dot"};
+constexpr std::u16string_view kHTMLExtensions[] = {u"html", u"htm", u"xhtml", u"shtml"};
 constexpr std::u16string_view kPlainTextExtensions[] = {u"txt", u"text"};
 
 constexpr DocumentFormat kFormats[] = {
     {"RTFD", matchesRTFD, kRTFDExtensions, readRTFD},
     {"RTF", matchesRTF, kRTFExtensions, readRTF},
     {"WebArchive", matchesWebArchive, kWebArchiveExtensions, readWebArchive},
+    {"OfficeOpenXML", matchesOfficeOpenXML, kOfficeOpenXMLExtensions, readOfficeOpenXMLDocument},
+    {"OpenDocumentText", matchesOpenDocumentText, kOpenDocumentTextExtensions,
+     readOpenDocumentTextDocument},
+    {"WordDocument", matchesWordDocument, kWordDocumentExtensions, readWordDocument},
+    {"HTML", matchesHTMLContent, kHTMLExtensions, readHTMLDocument},
     // Keep plain text last: its content test accepts almost any text.
     {"PlainText", matchesPlainText, kPlainTextExtensions, readPlainText},
 };

@@ -3,9 +3,9 @@
 // content first and by its extension second.
 //
 // The formats are the rows of one table (documentReaders()), each a content test, extensions
-// and a read function: RTFD (a package folder or flat data), RTF, Safari web archives, and plain
-// text last, since its content test accepts almost any text. A new format is one more row,
-// placed before plain text.
+// and a read function: RTFD (a package folder or flat data), RTF, Safari web archives, .docx,
+// .odt, .doc, HTML, and plain text last, since its content test accepts almost any text. A new
+// format is one more row, placed before plain text.
 //
 // Pure functions of the file; any thread.
 #pragma once

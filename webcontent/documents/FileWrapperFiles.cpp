@@ -122,17 +122,17 @@ bool writeBytes(int fd, const Data& bytes) {
 }
 
 // Writes the children of a directory wrapper into the open folder `directory`.
-bool writeChildren(int directory, const FileWrapper& wrapper);
+bool writeChildren(int directory, const FileWrapper& wrapper, bool flush);
 
-bool writeRegularFile(int fd, const FileWrapper& wrapper) {
-  return writeBytes(fd, wrapper.contents) && fsync(fd) == 0;
+bool writeRegularFile(int fd, const FileWrapper& wrapper, bool flush) {
+  return writeBytes(fd, wrapper.contents) && (!flush || fsync(fd) == 0);
 }
 
-bool writeFolder(int fd, const FileWrapper& wrapper) {
-  return writeChildren(fd, wrapper) && fsync(fd) == 0;
+bool writeFolder(int fd, const FileWrapper& wrapper, bool flush) {
+  return writeChildren(fd, wrapper, flush) && (!flush || fsync(fd) == 0);
 }
 
-bool writeChildren(int directory, const FileWrapper& wrapper) {
+bool writeChildren(int directory, const FileWrapper& wrapper, bool flush) {
   for (const FileWrapper& child : wrapper.children) {
     if (!isValidFilename(child.filename)) return false;
     const std::string name = utf16ToUtf8(child.filename);
@@ -140,14 +140,14 @@ bool writeChildren(int directory, const FileWrapper& wrapper) {
       if (mkdirat(directory, name.c_str(), 0777) != 0) return false;
       Descriptor fd(
           openat(directory, name.c_str(), O_RDONLY | O_DIRECTORY | O_CLOEXEC | O_NOFOLLOW));
-      if (!fd.valid() || !writeFolder(fd.get(), child)) return false;
+      if (!fd.valid() || !writeFolder(fd.get(), child, flush)) return false;
     } else if (child.isSymbolicLink()) {
       const std::string target(child.contents.begin(), child.contents.end());
       if (symlinkat(target.c_str(), directory, name.c_str()) != 0) return false;
     } else {
       Descriptor fd(openat(directory, name.c_str(),
                            O_WRONLY | O_CREAT | O_EXCL | O_CLOEXEC | O_NOFOLLOW, 0666));
-      if (!fd.valid() || !writeRegularFile(fd.get(), child)) return false;
+      if (!fd.valid() || !writeRegularFile(fd.get(), child, flush)) return false;
     }
   }
   return true;
@@ -234,7 +234,8 @@ std::optional<FileWrapper> fileWrapperWithPath(std::u16string_view path,
   return readEntry(AT_FDCWD, name, 0, budget);
 }
 
-bool writeFileWrapper(const FileWrapper& wrapper, std::u16string_view path16) {
+bool writeFileWrapper(const FileWrapper& wrapper, std::u16string_view path16,
+                      const FileWrapperWriteOptions& options) {
   std::string path = utf16ToUtf8(path16);
   while (path.size() > 1 && path.back() == '/')
     path.pop_back();
@@ -262,7 +263,7 @@ bool writeFileWrapper(const FileWrapper& wrapper, std::u16string_view path16) {
         temporary = candidate;
         Descriptor fd(openat(parentFd.get(), candidate.c_str(),
                              O_RDONLY | O_DIRECTORY | O_CLOEXEC | O_NOFOLLOW));
-        written = fd.valid() && writeFolder(fd.get(), wrapper);
+        written = fd.valid() && writeFolder(fd.get(), wrapper, options.flush);
       }
     } else if (wrapper.isSymbolicLink()) {
       const std::string target(wrapper.contents.begin(), wrapper.contents.end());
@@ -275,7 +276,7 @@ bool writeFileWrapper(const FileWrapper& wrapper, std::u16string_view path16) {
                            O_WRONLY | O_CREAT | O_EXCL | O_CLOEXEC | O_NOFOLLOW, 0666));
       if (fd.valid()) {
         temporary = candidate;
-        written = writeRegularFile(fd.get(), wrapper);
+        written = writeRegularFile(fd.get(), wrapper, options.flush);
       }
     }
     if (temporary.empty() && errno != EEXIST) return false;
@@ -286,7 +287,7 @@ bool writeFileWrapper(const FileWrapper& wrapper, std::u16string_view path16) {
     removeTree(parent, temporary);
     return false;
   }
-  fsync(parentFd.get());
+  if (options.flush) fsync(parentFd.get());
   if (swapped) removeTree(parent, temporary);
   return true;
 }

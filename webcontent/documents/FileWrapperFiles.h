@@ -26,13 +26,21 @@ struct FileWrapperReadLimits {
 std::optional<FileWrapper> fileWrapperWithPath(std::u16string_view path,
                                                const FileWrapperReadLimits& limits = {});
 
+struct FileWrapperWriteOptions {
+  // Flush every file and folder to the disk before the rename and the parent folder after it, so
+  // that a power failure too leaves the old contents or the new. Killing the process needs no
+  // flush for that: off only where speed matters more than a power failure (tests).
+  bool flush = true;
+};
+
 // Writes the wrapper at `path`, replacing whatever is there (file, folder or package) as a whole:
 // everything is written into a hidden temporary sibling (".<name>.ferncast-<pid>-XXXXXX"), flushed
-// to disk, then renamed onto `path` in one step (swapped with what was there, which is then
-// removed). A crash or kill at any moment leaves at `path` either the old contents or the new,
-// never a mixture; it may leave the temporary sibling, which the next write of the same path
-// removes once its process is gone. Files are made with mode 0666 and folders 0777, less the
-// umask. False when anything fails; `path` is then unchanged.
-[[nodiscard]] bool writeFileWrapper(const FileWrapper& wrapper, std::u16string_view path);
+// to disk (see FileWrapperWriteOptions), then renamed onto `path` in one step (swapped with what
+// was there, which is then removed). A crash or kill at any moment leaves at `path` either the old
+// contents or the new, never a mixture; it may leave the temporary sibling, which the next write of
+// the same path removes once its process is gone. Files are made with mode 0666 and folders 0777,
+// less the umask. False when anything fails; `path` is then unchanged.
+[[nodiscard]] bool writeFileWrapper(const FileWrapper& wrapper, std::u16string_view path,
+                                    const FileWrapperWriteOptions& options = {});
 
 }  // namespace ferncast

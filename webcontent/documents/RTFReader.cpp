@@ -566,6 +566,7 @@ class Reader {
 
   // ---- text ----
   void textBytes(const std::uint8_t* bytes, std::size_t length);
+  void decodeBytes(const std::uint8_t* bytes, std::size_t length, int codePage);
   void flushPending();
   void emitText(std::u16string_view text);
   void emitBody(std::u16string_view text);
@@ -574,6 +575,7 @@ class Reader {
   void emitAttachment(std::shared_ptr<const FileWrapper> wrapper, double width, double height);
   const Attributes& attributesFor(const CharFormat& chars, const ParaFormat& para);
   int codePageOfFont(int font) const;
+  int fontCodePage() const;
 
   // ---- destinations ----
   void finishDestination(const State& closing);
@@ -602,7 +604,7 @@ class Reader {
   int fontNumber_ = -1;
   int fontCharset_ = -1;
   int fontCodePage_ = 0;
-  std::string fontNameBytes_;
+  std::u16string fontName_;
 
   std::vector<std::optional<Color>> colors_;
   Color color_;
@@ -748,7 +750,7 @@ void Reader::endGroup() {
     finished_ = true;
     return;
   }
-  if (state().destination == Destination::kFontTable && !fontNameBytes_.empty()) commitFont();
+  if (state().destination == Destination::kFontTable && !fontName_.empty()) commitFont();
   const State closing = state();
   states_.pop_back();
   if (closing.destination != state().destination) finishDestination(closing);
@@ -1039,7 +1041,7 @@ void Reader::controlWord(std::string_view name, bool hasParameter, int parameter
     // ---- font and colour tables, info times, pictures, lists ----
     case Word::kFont:
       if (destination == Destination::kFontTable) {
-        if (!fontNameBytes_.empty()) commitFont();
+        if (!fontName_.empty()) commitFont();
         fontNumber_ = parameter;
         fontCharset_ = -1;
         fontCodePage_ = 0;
@@ -1355,31 +1357,23 @@ void Reader::textBytes(const std::uint8_t* bytes, std::size_t length) {
     case Destination::kFieldInstruction:
     case Destination::kLevelMarker: {
       if (s.destination == Destination::kBody && (s.chars.hidden || s.attachmentHolder)) return;
-      if (tableCodePage_ != s.codePage) {
-        tableCodePage_ = s.codePage;
-        table_ = singleByteTable(s.codePage);
-      }
-      if (table_) {
-        scratch_.clear();
-        for (std::size_t i = 0; i < length; ++i)
-          scratch_.push_back((*table_)[bytes[i]]);
-        emitText(scratch_);
-      } else {
-        if (!pending_.empty() && pendingCodePage_ != s.codePage) flushPending();
-        pendingCodePage_ = s.codePage;
-        pending_.append(reinterpret_cast<const char*>(bytes), length);
-      }
+      decodeBytes(bytes, length, s.codePage);
       return;
     }
-    case Destination::kFontTable:
+    case Destination::kFontTable: {
+      // A font's name is in its own code page and ends at a semicolon.
+      const int codePage = fontCodePage();
+      std::size_t start = 0;
       for (std::size_t i = 0; i < length; ++i) {
-        if (bytes[i] == ';') {
-          commitFont();
-        } else if (fontNameBytes_.size() < 1024) {
-          fontNameBytes_.push_back(static_cast<char>(bytes[i]));
-        }
+        if (bytes[i] != ';') continue;
+        decodeBytes(bytes + start, i - start, codePage);
+        flushPending();
+        commitFont();
+        start = i + 1;
       }
+      decodeBytes(bytes + start, length - start, codePage);
       return;
+    }
     case Destination::kColorTable:
       for (std::size_t i = 0; i < length; ++i) {
         if (bytes[i] == ';') commitColor();
@@ -1405,6 +1399,24 @@ void Reader::textBytes(const std::uint8_t* bytes, std::size_t length) {
   }
 }
 
+void Reader::decodeBytes(const std::uint8_t* bytes, std::size_t length, int codePage) {
+  if (length == 0) return;
+  if (tableCodePage_ != codePage) {
+    tableCodePage_ = codePage;
+    table_ = singleByteTable(codePage);
+  }
+  if (table_) {
+    scratch_.clear();
+    for (std::size_t i = 0; i < length; ++i)
+      scratch_.push_back((*table_)[bytes[i]]);
+    emitText(scratch_);
+    return;
+  }
+  if (!pending_.empty() && pendingCodePage_ != codePage) flushPending();
+  pendingCodePage_ = codePage;
+  pending_.append(reinterpret_cast<const char*>(bytes), length);
+}
+
 void Reader::flushPending() {
   if (pending_.empty()) return;
   scratch_.clear();
@@ -1424,6 +1436,9 @@ void Reader::emitText(std::u16string_view text) {
     case Destination::kFieldInstruction:
     case Destination::kLevelMarker:
       if (text_.size() < 65536) text_.append(text);
+      return;
+    case Destination::kFontTable:
+      if (fontName_.size() < 1024) fontName_.append(text);
       return;
     default:
       return;
@@ -1484,7 +1499,7 @@ const Attributes& Reader::attributesFor(const CharFormat& chars, const ParaForma
   ParagraphStyle& p = a.paragraphStyle;
   p.alignment = para.alignment;
   p.headIndent = para.leftIndent / 20.0;
-  p.firstLineHeadIndent = (para.leftIndent + para.firstIndent) / 20.0;
+  p.firstLineHeadIndent = (static_cast<double>(para.leftIndent) + para.firstIndent) / 20.0;
   p.tailIndent = para.rightIndent / 20.0;
   p.paragraphSpacingBefore = para.spaceBefore / 20.0;
   p.paragraphSpacing = para.spaceAfter / 20.0;
@@ -1515,17 +1530,16 @@ const Attributes& Reader::attributesFor(const CharFormat& chars, const ParaForma
 
 // ---- destinations ----
 
+int Reader::fontCodePage() const {
+  return fontCodePage_ > 0 ? fontCodePage_ : codePageOfCharset(fontCharset_, documentCodePage_);
+}
+
 void Reader::commitFont() {
-  if (fontNumber_ >= 0 || !fontNameBytes_.empty()) {
-    const int codePage =
-        fontCodePage_ > 0 ? fontCodePage_ : codePageOfCharset(fontCharset_, documentCodePage_);
-    std::u16string name;
-    decoder_.decode(codePage, reinterpret_cast<const std::uint8_t*>(fontNameBytes_.data()),
-                    fontNameBytes_.size(), name);
-    fonts_[fontNumber_] = {trimmed(name), codePage};
+  if (fontNumber_ >= 0 || !fontName_.empty()) {
+    fonts_[fontNumber_] = {trimmed(fontName_), fontCodePage()};
     cached_ = false;
   }
-  fontNameBytes_.clear();
+  fontName_.clear();
 }
 
 void Reader::commitColor() {

@@ -1,6 +1,7 @@
 // The RTF writer: the header and tables first, then the runs of the string, each paragraph
 // opening with its \pard settings when they change and each run with the control words that
 // differ from the run before.
+#include <algorithm>
 #include <array>
 #include <cmath>
 #include <ctime>
@@ -17,8 +18,14 @@ namespace {
 
 constexpr std::u16string_view kDefaultFamily = u"Helvetica";
 
+// A number rounded to the 32-bit range RTF readers expect; 0 for NaN.
+int whole(double value) {
+  if (std::isnan(value)) return 0;
+  return static_cast<int>(std::lround(std::clamp(value, -2147483647.0, 2147483647.0)));
+}
+
 int twips(double points) {
-  return static_cast<int>(std::lround(points * 20));
+  return whole(points * 20);
 }
 
 // Windows-1252 bytes of the characters above ASCII that it holds.
@@ -45,7 +52,7 @@ void controlWord(std::string& out, std::string_view word, long long value) {
   appendNumber(out, value);
 }
 
-// Text as RTF: ASCII as it is, Windows-1252 as \'xx, the rest as \uN (the document sets \uc0).
+// Text as RTF: ASCII as it is, Windows-1252 as \'xx, the rest as \uc0\uN.
 void appendEscaped(std::string& out, std::u16string_view text) {
   static constexpr char kHex[] = "0123456789abcdef";
   for (char16_t c : text) {
@@ -89,6 +96,7 @@ void appendEscaped(std::string& out, std::u16string_view text) {
         continue;
       }
     }
+    out += "\\uc0";  // as the platform writes it: no fallback bytes follow
     controlWord(out, "u", static_cast<std::int16_t>(c));
     out += ' ';
   }
@@ -166,7 +174,6 @@ class Writer {
   int fontIndex(const Font& font);
   int colorIndex(const std::optional<Color>& color);
   int listIndex(const std::vector<TextList>& lists);
-  void collectTables();
   void writeHeader();
   void writeInfo();
   void writePageSettings();
@@ -213,18 +220,6 @@ int Writer::listIndex(const std::vector<TextList>& lists) {
   return static_cast<int>(lists_.size());
 }
 
-void Writer::collectTables() {
-  colors_.push_back({255, 255, 255});  // the platform always lists white first
-  fontIndex(Font());
-  for (std::size_t i = 0; i < string_.runCount(); ++i) {
-    const Attributes& a = string_.run(i).attributes;
-    fontIndex(a.font);
-    colorIndex(a.foregroundColor);
-    colorIndex(a.backgroundColor);
-    if (!a.paragraphStyle.textLists.empty()) listIndex(a.paragraphStyle.textLists);
-  }
-}
-
 void Writer::writeHeader() {
   out_ = "{\\rtf1\\ansi\\ansicpg1252";
   controlWord(out_, "cocoartf", kCocoaRTFVersion);
@@ -264,7 +259,7 @@ void Writer::writeHeader() {
       appendEscaped(out_, list.markerFormat);
       out_ += "}{\\leveltext";
       if (isBulletFormat(list.markerFormat)) {
-        out_ += "\\'01\\u8226 ;}{\\levelnumbers;}";
+        out_ += "\\'01\\uc0\\u8226 ;}{\\levelnumbers;}";
       } else {
         out_ += "\\'02\\'";
         out_ += static_cast<char>('0' + level / 10);
@@ -364,10 +359,10 @@ void Writer::writePageSettings() {
     controlWord(settings, "viewh", twips(view->second));
   }
   if (const auto zoom = numberValue(attributes_, kViewZoomDocumentAttribute)) {
-    controlWord(settings, "viewscale", std::lround(*zoom));
+    controlWord(settings, "viewscale", whole(*zoom));
   }
   if (const auto mode = numberValue(attributes_, kViewModeDocumentAttribute)) {
-    controlWord(settings, "viewkind", std::lround(*mode));
+    controlWord(settings, "viewkind", whole(*mode));
   }
   if (const auto tab = numberValue(attributes_, kDefaultTabIntervalDocumentAttribute)) {
     controlWord(settings, "deftab", twips(*tab));
@@ -403,7 +398,7 @@ void Writer::writeParagraphStyle(const ParagraphStyle& style) {
   }
   if (twips(style.paragraphSpacing) != 0) controlWord(out_, "sa", twips(style.paragraphSpacing));
   if (style.lineHeightMultiple > 0) {
-    controlWord(out_, "sl", std::lround(style.lineHeightMultiple * 240));
+    controlWord(out_, "sl", whole(style.lineHeightMultiple * 240));
     out_ += "\\slmult1";
   }
   if (twips(style.lineSpacing) != 0) controlWord(out_, "slleading", twips(style.lineSpacing));
@@ -433,7 +428,7 @@ void Writer::writeParagraphStyle(const ParagraphStyle& style) {
 void Writer::writeCharacterChanges(const Attributes& a) {
   CharState next;
   next.font = fontIndex(a.font);
-  next.halfPoints = static_cast<int>(std::lround(a.font.pointSize * 2));
+  next.halfPoints = std::clamp(twips(a.font.pointSize) / 10, 1, 3276);
   next.bold = a.font.bold;
   next.italic = a.font.italic;
   next.strikethrough = a.strikethrough;
@@ -441,7 +436,7 @@ void Writer::writeCharacterChanges(const Attributes& a) {
   next.foreground = colorIndex(a.foregroundColor);
   next.background = colorIndex(a.backgroundColor);
   next.superscript = a.superscript > 0 ? 1 : a.superscript < 0 ? -1 : 0;
-  next.up = static_cast<int>(std::lround(a.baselineOffset * 2));
+  next.up = std::clamp(twips(a.baselineOffset) / 10, -3276, 3276);
   const std::size_t before = out_.size();
   if (next.font != chars_.font) controlWord(out_, "f", next.font);
   if (next.halfPoints != chars_.halfPoints) controlWord(out_, "fs", next.halfPoints);
@@ -506,7 +501,6 @@ void Writer::closeLink() {
 }
 
 void Writer::writeAttachment(const TextAttachment& attachment, std::size_t index) {
-  if (index >= names_.size() || names_[index].empty()) return;
   out_ += "{{\\NeXTGraphic ";
   // The name as UTF-8 bytes, escaped like the bytes of any text.
   static constexpr char kHex[] = "0123456789abcdef";
@@ -535,63 +529,78 @@ void Writer::writeAttachment(const TextAttachment& attachment, std::size_t index
 }
 
 Data Writer::write() {
-  collectTables();
-  writeHeader();
-  writeInfo();
-  writePageSettings();
-  out_ += "\\uc0";
+  // The tables fill as the body uses fonts, colours and lists; the platform always lists
+  // Helvetica and white first.
+  colors_.push_back({255, 255, 255});
+  fontIndex(Font());
   const std::u16string& text = string_.string();
   std::optional<ParagraphStyle> paragraphStyle;
-  std::size_t attachmentIndex = 0;
   bool paragraphStart = true;
+  // Settings are written only before something is written under them, so that what is left out
+  // (attachments without a name) leaves no trace.
+  auto prepare = [&](std::size_t at, const Attributes& a) {
+    if (paragraphStart) {
+      closeLink();
+      const ParagraphStyle& style = string_.attributesAtIndex(at).paragraphStyle;
+      if (!paragraphStyle || !(*paragraphStyle == style)) {
+        out_ += '\n';
+        writeParagraphStyle(style);
+        paragraphStyle = style;
+      }
+      paragraphStart = false;
+    }
+    if (a.link != link_) {
+      closeLink();
+      if (!a.link.empty()) openLink(a.link);
+    }
+    writeCharacterChanges(a);
+  };
+  auto writeText = [&](std::size_t from, std::size_t to, const Attributes& a) {
+    if (from == to) return;
+    prepare(from, a);
+    appendEscaped(out_, std::u16string_view(text).substr(from, to - from));
+  };
+  std::size_t attachmentIndex = 0;
   for (std::size_t r = 0; r < string_.runCount(); ++r) {
     const AttributedString::Run run = string_.run(r);
     const Attributes& a = run.attributes;
     std::size_t i = run.location;
     const std::size_t end = run.location + run.length;
     while (i < end) {
-      if (paragraphStart) {
-        closeLink();
-        const ParagraphStyle& style = string_.attributesAtIndex(i).paragraphStyle;
-        if (!paragraphStyle || !(*paragraphStyle == style)) {
-          out_ += '\n';
-          writeParagraphStyle(style);
-          paragraphStyle = style;
-        }
-        paragraphStart = false;
-      }
-      if (a.link != link_) {
-        closeLink();
-        if (!a.link.empty()) openLink(a.link);
-      }
-      writeCharacterChanges(a);
-      // Up to the end of the run or the next paragraph separator, whichever comes first.
+      // Up to the end of the run or past the next paragraph separator, whichever comes first.
       std::size_t stop = i;
       while (stop < end && text[stop] != u'\n' && text[stop] != u'\r' && text[stop] != u'\u2029') {
         ++stop;
       }
-      if (stop < end) {
-        ++stop;
-        paragraphStart = true;
-      }
+      const bool endsParagraph = stop < end;
+      if (endsParagraph) ++stop;
       for (std::size_t j = i; j < stop; ++j) {
-        if (text[j] == kAttachmentCharacter && a.attachment) {
-          appendEscaped(out_, std::u16string_view(text).substr(i, j - i));
-          writeAttachment(*a.attachment, attachmentIndex++);
-          i = j + 1;
+        if (text[j] != kAttachmentCharacter || !a.attachment) continue;
+        writeText(i, j, a);
+        const std::size_t index = attachmentIndex++;
+        if (index < names_.size() && !names_[index].empty()) {
+          prepare(j, a);
+          writeAttachment(*a.attachment, index);
         }
+        i = j + 1;
       }
-      appendEscaped(out_, std::u16string_view(text).substr(i, stop - i));
+      writeText(i, stop, a);
       i = stop;
+      if (endsParagraph) paragraphStart = true;
     }
   }
   closeLink();
-  if (string_.length() == 0) {
+  if (!paragraphStyle) {
     out_ += '\n';
     writeParagraphStyle(ParagraphStyle());
     writeCharacterChanges(Attributes());
   }
-  out_ += '}';
+  // The list table holds the lists the paragraphs used, so the header comes last.
+  const std::string body = std::move(out_) + '}';
+  writeHeader();
+  writeInfo();
+  writePageSettings();
+  out_ += body;
   return Data(out_.begin(), out_.end());
 }
 

@@ -1,4 +1,4 @@
-#include "markup/CharacterTables.h"
+#include "markup/chartables/CharacterTables.h"
 
 #include <unicode/normalizer2.h>
 #include <unicode/uchar.h>

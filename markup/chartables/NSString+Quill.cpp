@@ -1,4 +1,4 @@
-#include "markup/NSString+Quill.h"
+#include "markup/chartables/NSString+Quill.h"
 
 #include <unicode/normalizer2.h>
 #include <unicode/uchar.h>
@@ -10,8 +10,8 @@
 #include <climits>
 #include <cstdint>
 
-#include "markup/CharacterTables.h"
-#include "markup/NSString+QuillCompare.h"
+#include "markup/chartables/CharacterTables.h"
+#include "markup/chartables/NSString+QuillCompare.h"
 
 namespace ferncast {
 namespace {

@@ -3,7 +3,7 @@
 // for any of several ASCII phrases, and white-space and letter predicates.
 //
 // Strings are UTF-16 code units; views need only live for the call. Case is folded through the
-// upper-case table of markup/CharacterTables.h. Everything here is pure, never throws, and may be
+// upper-case table of CharacterTables.h. Everything here is pure, never throws, and may be
 // called from any thread (the tables are built thread-safely on first use).
 #pragma once
 
@@ -13,7 +13,7 @@
 #include <string_view>
 #include <type_traits>
 
-#include "markup/CharacterTables.h"
+#include "markup/chartables/CharacterTables.h"
 
 namespace ferncast {
 

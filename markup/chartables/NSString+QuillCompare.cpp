@@ -1,9 +1,9 @@
-#include "markup/NSString+QuillCompare.h"
+#include "markup/chartables/NSString+QuillCompare.h"
 
 #include <cstring>
 
-#include "markup/CharacterTables.h"
-#include "markup/NSString+Quill.h"
+#include "markup/chartables/CharacterTables.h"
+#include "markup/chartables/NSString+Quill.h"
 
 namespace ferncast {
 namespace {
