@@ -3,7 +3,6 @@
 #include <cxxabi.h>
 #include <errno.h>
 #include <fcntl.h>
-#include <poll.h>
 #include <signal.h>
 #include <string.h>
 #include <sys/epoll.h>
@@ -287,8 +286,7 @@ bool Connection::makeRoom() {
     }
   }
   if (!idlest) return false;
-  drop(*idlest,
-       std::to_string(kMaxClients) + " clients are connected and this one was idle the longest.");
+  drop(*idlest, {});  // as routine as an idle time-out, and as silent: floods would fill the log
   return true;
 }
 
@@ -566,10 +564,9 @@ void Proxy::fail(ConnectionError::Kind kind, const std::string& what) {
   throw ConnectionError(kind, what);
 }
 
-bool Proxy::reconnectIfClosed() {
-  pollfd state{fd_, POLLRDHUP, 0};
-  if (poll(&state, 1, 0) <= 0 || !(state.revents & (POLLRDHUP | POLLHUP | POLLERR))) return true;
-  // Closed by the helper: idle too long, or the helper has ended. Only the same process will do.
+bool Proxy::reconnect() {
+  // The helper closed the connection: it was idle too long, or the helper has ended. Only the
+  // same process will do.
   auto connected = connectToHelper(name_);
   if (!connected) return false;
   if (connected->pid != peerProcess_) {
@@ -585,13 +582,22 @@ bool Proxy::reconnectIfClosed() {
 Reply Proxy::send(std::u16string_view selector, Array arguments) {
   using Kind = ConnectionError::Kind;
   if (fd_ < 0) throw ConnectionError(Kind::kClosed, "The connection to the helper is closed.");
-  if (!reconnectIfClosed()) fail(Kind::kClosed, "The helper closed the connection.");
   std::int64_t sequence = ++sequence_;
   auto frame = encodeRequest(Request{sequence, std::u16string(selector), std::move(arguments)});
   if (!frame) {
     throw ConnectionError(Kind::kProtocol, "The request exceeds the limits of the connection.");
   }
-  switch (sendFrame(fd_, std::move(*frame), deadlineAfter(requestTimeout_))) {
+  FrameWriter writer;
+  writer.push(std::move(*frame));
+  std::size_t whole = writer.pendingBytes();
+  Deadline sendDeadline = deadlineAfter(requestTimeout_);
+  FrameWriter::Status sent = writer.writeAll(fd_, sendDeadline);
+  // Refused before a byte went out: the helper closed the idle connection. Nothing was
+  // delivered, so the request may go again on a new one.
+  if (sent == FrameWriter::Status::kClosed && writer.pendingBytes() == whole && reconnect()) {
+    sent = writer.writeAll(fd_, sendDeadline);
+  }
+  switch (sent) {
     case FrameWriter::Status::kDone:
       break;
     case FrameWriter::Status::kTimedOut:

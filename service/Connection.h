@@ -46,11 +46,10 @@ inline constexpr double kDefaultIdleTimeout = 60.0;
 //   request time-out;
 // - a reply not taken whole within the reply time-out;
 // - a frame that would take the bytes held for unanswered requests of all clients over
-//   kMaxHeldRequestBytes;
-// - when kMaxClients are connected and another arrives, the one idle longest makes room.
-// A connection on which nothing happens for the idle time-out is closed without a log line; a
-// Proxy finds its helper again by itself. Time spent answering does not count against anyone's
-// time-outs.
+//   kMaxHeldRequestBytes.
+// Without a log line, a connection on which nothing happens for the idle time-out is closed, and
+// so is the one idle longest when kMaxClients are connected and another arrives; a Proxy finds
+// its helper again by itself. Time spent answering does not count against anyone's time-outs.
 class Connection {
  public:
   static constexpr std::size_t kMaxClients = 64;
@@ -228,9 +227,9 @@ class Proxy {
   Proxy(int fd, pid_t peerProcess, std::u16string name)
       : fd_(fd), peerProcess_(peerProcess), name_(std::move(name)) {}
   [[noreturn]] void fail(ConnectionError::Kind kind, const std::string& what);
-  // Connects again when the helper closed the idle connection; false when the same helper
-  // process does not answer the name any more.
-  bool reconnectIfClosed();
+  // Connects again after the helper closed the connection; false when the same helper process
+  // does not answer the name any more.
+  bool reconnect();
 
   int fd_;
   pid_t peerProcess_;

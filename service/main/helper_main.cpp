@@ -3,6 +3,8 @@
 // arguments or settings; the environment only for XDG_RUNTIME_DIR, where its name lies. A second
 // instance, finding the name taken, runs on without a name and takes it when the first ends.
 // SIGTERM ends it as Connection::retireOnTermination says.
+#include <unistd.h>
+
 #include "service/Connection.h"
 #include "service/FerncastHelper.h"
 #include "service/RunLoop.h"
@@ -18,4 +20,5 @@ int main() {
   connection.registerName(kFerncastHelperName);  // a taken name is no reason to stop
   while (!connection.retired())
     RunLoop::current().runMode(kDefaultRunLoopMode, RunLoop::Clock::time_point::max());
+  _exit(0);  // everything is delivered; the libraries' exit handlers would only delay the end
 }

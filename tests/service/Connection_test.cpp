@@ -342,6 +342,23 @@ TEST_F(HelperConnection, IdleConnectionsCannotLockOutANewClient) {
     close(fd);
 }
 
+TEST_F(HelperConnection, IdleConnectionsAreClosedAndProxiesFindTheirHelperAgain) {
+  helper_ = std::make_unique<HelperProcess>(HelperProcess::Settings{.name = name_, .idle = "0.2"});
+  proxy_ = waitForProxy(name_);
+  ASSERT_TRUE(proxy_);
+  EXPECT_EQ(ordinal(*proxy_, u"ordinal"), 1);
+  int idle = connectRaw(name_);
+  ASSERT_GE(idle, 0);
+  EXPECT_TRUE(receiveUntilClosed(idle).closed);  // and the proxy's connection with it
+  close(idle);
+  EXPECT_EQ(ordinal(*proxy_, u"ordinal"), 2);
+  // A proxy does not follow the name to another helper.
+  helper_.reset();
+  HelperProcess other({.name = name_});
+  ASSERT_TRUE(waitForProxy(name_));
+  EXPECT_THROW(ordinal(*proxy_, u"ordinal"), ConnectionError);
+}
+
 TEST_F(HelperConnection, ClientThatNeverReadsDoesNotHoldUpOthers) {
   start("30");
   // Asks for more than the socket buffers hold, then reads nothing.

@@ -2,6 +2,8 @@
 // operations, so that it starts in a moment: for tests that start many helpers at once. It
 // registers "FerncastHelper32" (or FERNCAST_TEST_HELPER_NAME), answers "supportsFile:" with NO
 // and every other selector "does not respond", and ends on SIGTERM as the real helper does.
+#include <unistd.h>
+
 #include <cstdlib>
 #include <string>
 
@@ -33,4 +35,5 @@ int main() {
   connection.registerName(name && *name ? utf8ToUtf16(name) : u"FerncastHelper32");
   while (!connection.retired())
     RunLoop::current().runMode(kDefaultRunLoopMode, RunLoop::Clock::time_point::max());
+  _exit(0);  // everything is delivered; the libraries' exit handlers would only delay the end
 }
