@@ -39,6 +39,8 @@ void readFrames(const std::uint8_t* data, std::size_t size) {
   int fds[2];
   if (socketpair(AF_UNIX, SOCK_STREAM | SOCK_NONBLOCK | SOCK_CLOEXEC, 0, fds) != 0) return;
   FrameReader reader(0);
+  // As the helper reads: what one client may hold is limited by what the others hold.
+  std::size_t limit = size ? std::size_t{data[0]} << 10 : 0;
   std::size_t sent = 0;
   while (sent < size) {
     std::size_t piece = std::min<std::size_t>(size - sent, 1 + data[sent] * 16);
@@ -46,7 +48,7 @@ void readFrames(const std::uint8_t* data, std::size_t size) {
     if (n <= 0) break;
     sent += static_cast<std::size_t>(n);
     FrameReader::Status status;
-    while ((status = reader.readAvailable(fds[0])) == FrameReader::Status::kFrame) {
+    while ((status = reader.readAvailable(fds[0], limit)) == FrameReader::Status::kFrame) {
       decodeBody(reader.body(), reader.bodyLength());
       reader.consumeFrame();
     }

@@ -317,6 +317,11 @@ std::optional<Value> convert(const Exiv2::Value& value, Conversion conversion) {
     case Conversion::kArray:
       break;
   }
+  if (!isRational(type) && !isInteger(type) && !isReal(type)) {
+    Value text(textOf(value.toString()));
+    if (conversion == Conversion::kArray) return Value(Array{std::move(text)});
+    return text;
+  }
   Array items;
   for (long i = 0; i < count; ++i) {
     if (isRational(type)) {
@@ -325,12 +330,8 @@ std::optional<Value> convert(const Exiv2::Value& value, Conversion conversion) {
       items.emplace_back(*number);
     } else if (isInteger(type)) {
       items.emplace_back(static_cast<std::int64_t>(value.toLong(i)));
-    } else if (isReal(type)) {
-      items.emplace_back(static_cast<double>(value.toFloat(i)));
     } else {
-      items.clear();
-      items.emplace_back(textOf(value.toString()));
-      break;
+      items.emplace_back(static_cast<double>(value.toFloat(i)));
     }
   }
   if (items.empty()) return std::nullopt;

@@ -60,7 +60,12 @@ int jpegShrink(int fullWidth, int fullHeight, int width, int height) {
   return shrink;
 }
 
-std::optional<Data> takeBuffer(int status, void* buffer, std::size_t length) {
+// The bytes an encoder writes: `save(&buffer, &length)` returns libvips's status.
+template <typename Save>
+std::optional<Data> saved(Save save) {
+  void* buffer = nullptr;
+  std::size_t length = 0;
+  const int status = save(&buffer, &length);
   if (status != 0 || !buffer || length == 0) {
     g_free(buffer);
     takeError();
@@ -328,18 +333,15 @@ ImageRef materialize(VipsImage* image) {
 }
 
 std::optional<Data> encodeTIFF(VipsImage* image, TIFFCompression compression) {
-  void* buffer = nullptr;
-  std::size_t length = 0;
   const VipsForeignTiffCompression code = compression == TIFFCompression::kLZW
                                               ? VIPS_FOREIGN_TIFF_COMPRESSION_LZW
                                               : VIPS_FOREIGN_TIFF_COMPRESSION_NONE;
-  return takeBuffer(vips_tiffsave_buffer(image, &buffer, &length, "compression", code, nullptr),
-                    buffer, length);
+  return saved([&](void** buffer, std::size_t* length) {
+    return vips_tiffsave_buffer(image, buffer, length, "compression", code, nullptr);
+  });
 }
 
 std::optional<Data> encode(VipsImage* image, BitmapImageFileType type, float compression) {
-  void* buffer = nullptr;
-  std::size_t length = 0;
   const int quality = std::isfinite(compression)
                           ? std::clamp(static_cast<int>(std::lround(compression * 100.0f)), 1, 100)
                           : 75;
@@ -360,19 +362,26 @@ std::optional<Data> encode(VipsImage* image, BitmapImageFileType type, float com
     case BitmapImageFileType::kTIFF:
       return encodeTIFF(image, TIFFCompression::kNone);
     case BitmapImageFileType::kJPEG:
-      return takeBuffer(vips_jpegsave_buffer(image, &buffer, &length, "Q", quality, nullptr),
-                        buffer, length);
+      return saved([&](void** buffer, std::size_t* length) {
+        return vips_jpegsave_buffer(image, buffer, length, "Q", quality, nullptr);
+      });
     case BitmapImageFileType::kPNG:
-      return takeBuffer(vips_pngsave_buffer(image, &buffer, &length, nullptr), buffer, length);
+      return saved([&](void** buffer, std::size_t* length) {
+        return vips_pngsave_buffer(image, buffer, length, nullptr);
+      });
     case BitmapImageFileType::kGIF:
-      return takeBuffer(vips_gifsave_buffer(image, &buffer, &length, nullptr), buffer, length);
+      return saved([&](void** buffer, std::size_t* length) {
+        return vips_gifsave_buffer(image, buffer, length, nullptr);
+      });
     case BitmapImageFileType::kJPEG2000:
-      return takeBuffer(vips_jp2ksave_buffer(image, &buffer, &length, "Q", quality, nullptr),
-                        buffer, length);
+      return saved([&](void** buffer, std::size_t* length) {
+        return vips_jp2ksave_buffer(image, buffer, length, "Q", quality, nullptr);
+      });
     case BitmapImageFileType::kBMP:
       // libvips has no BMP encoder of its own; ImageMagick writes it.
-      return takeBuffer(vips_magicksave_buffer(image, &buffer, &length, "format", "bmp", nullptr),
-                        buffer, length);
+      return saved([&](void** buffer, std::size_t* length) {
+        return vips_magicksave_buffer(image, buffer, length, "format", "bmp", nullptr);
+      });
   }
   return std::nullopt;
 }
@@ -380,7 +389,11 @@ std::optional<Data> encode(VipsImage* image, BitmapImageFileType type, float com
 std::optional<Data> pixelBytes(VipsImage* image) {
   std::size_t length = 0;
   void* memory = vips_image_write_to_memory(image, &length);
-  return takeBuffer(memory ? 0 : -1, memory, length);
+  return saved([&](void** buffer, std::size_t* size) {
+    *buffer = memory;
+    *size = length;
+    return memory ? 0 : -1;
+  });
 }
 
 }  // namespace ferncast::vips

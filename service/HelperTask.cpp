@@ -26,37 +26,43 @@ std::u16string lastPathComponent(std::u16string_view path) {
 }  // namespace
 
 std::unique_ptr<HelperTask> HelperTask::initWithPath(std::u16string_view path,
+                                                     std::u16string_view name,
+                                                     const HelperTaskOptions& options) {
+  if (path.empty() || name.empty()) {
+    NSLog(u"Helper missing: " + std::u16string(name));
+    return nullptr;
+  }
+  std::unique_ptr<HelperTask> helper(new HelperTask);
+  helper->_timeout = options.timeout;
+  helper->_logging = options.logging;
+  helper->_protocol = options.protocol;
+  helper->_proxyName = name;
+  helper->_path = path;
+  return helper;
+}
+
+std::unique_ptr<HelperTask> HelperTask::initWithPath(std::u16string_view path,
                                                      std::u16string_view name) {
-  return initWithPath(path, name, nullptr, 0.0, false);
+  return initWithPath(path, name, HelperTaskOptions{});
 }
 
 std::unique_ptr<HelperTask> HelperTask::initWithPath(std::u16string_view path,
                                                      std::u16string_view name,
                                                      const Protocol* protocol) {
-  return initWithPath(path, name, protocol, 0.0, false);
+  return initWithPath(path, name, HelperTaskOptions{.protocol = protocol});
 }
 
 std::unique_ptr<HelperTask> HelperTask::initWithPath(std::u16string_view path,
                                                      std::u16string_view name,
                                                      const Protocol* protocol, double timeout) {
-  return initWithPath(path, name, protocol, timeout, false);
+  return initWithPath(path, name, HelperTaskOptions{.protocol = protocol, .timeout = timeout});
 }
 
 std::unique_ptr<HelperTask> HelperTask::initWithPath(std::u16string_view path,
                                                      std::u16string_view name,
                                                      const Protocol* protocol, double timeout,
                                                      bool logging) {
-  if (path.empty() || name.empty()) {
-    NSLog(u"Helper missing: " + std::u16string(name));
-    return nullptr;
-  }
-  std::unique_ptr<HelperTask> helper(new HelperTask);
-  helper->_timeout = timeout;
-  helper->_logging = logging;
-  helper->_protocol = protocol;
-  helper->_proxyName = name;
-  helper->_path = path;
-  return helper;
+  return initWithPath(path, name, {.protocol = protocol, .timeout = timeout, .logging = logging});
 }
 
 HelperTask::~HelperTask() {
@@ -92,6 +98,8 @@ std::shared_ptr<Proxy> HelperTask::launchUsingTimeout(double timeout) {
     for (int poll = 0; poll < kPolls && !proxy; ++poll) {
       std::this_thread::sleep_for(kPollInterval);
       proxy = Proxy::rootProxyForConnectionWithRegisteredName(_proxyName);
+      // Another helper may hold the name: its launcher may end it at any time.
+      if (proxy && proxy->processIdentifier() != _task->processIdentifier()) proxy.reset();
       if (!_task->isRunning()) break;  // it ended while we waited
     }
     if (proxy) {

@@ -18,25 +18,37 @@
 
 namespace ferncast {
 
+// How a HelperTask treats its helper. `protocol` (static data, not owned) is set on every proxy
+// handed out; `timeout` (seconds) is the default of the operations without a time-out argument,
+// 0 leaving the connection's time-outs as they are; `logging` keeps the helper's standard output
+// and error (else they go to the null device).
+struct HelperTaskOptions {
+  const Protocol* protocol = nullptr;
+  double timeout = 0;
+  bool logging = false;
+};
+
 class HelperTask {
  public:
-  // The helper executable at `path`, registering `name`; `protocol` (static data, not owned) is
-  // set on every proxy handed out; `timeout` (seconds) is the default of the operations without
-  // a time-out argument, 0 leaving the connection's time-outs as they are; `logging` keeps the
-  // helper's standard output and error (else they go to the null device). Null, after logging
+  // The helper executable at `path`, registering `name`. Null, after logging
   // "Helper missing: <name>", when the path or the name is empty.
-  static std::unique_ptr<HelperTask> initWithPath(std::u16string_view path,
-                                                  std::u16string_view name);
-  static std::unique_ptr<HelperTask> initWithPath(std::u16string_view path,
-                                                  std::u16string_view name,
-                                                  const Protocol* protocol);
-  static std::unique_ptr<HelperTask> initWithPath(std::u16string_view path,
-                                                  std::u16string_view name,
-                                                  const Protocol* protocol, double timeout);
-  static std::unique_ptr<HelperTask> initWithPath(std::u16string_view path,
-                                                  std::u16string_view name,
-                                                  const Protocol* protocol, double timeout,
-                                                  bool logging);
+  [[nodiscard]] static std::unique_ptr<HelperTask> initWithPath(std::u16string_view path,
+                                                                std::u16string_view name,
+                                                                const HelperTaskOptions& options);
+  // The same, the missing options being null, 0 and false.
+  [[nodiscard]] static std::unique_ptr<HelperTask> initWithPath(std::u16string_view path,
+                                                                std::u16string_view name);
+  [[nodiscard]] static std::unique_ptr<HelperTask> initWithPath(std::u16string_view path,
+                                                                std::u16string_view name,
+                                                                const Protocol* protocol);
+  [[nodiscard]] static std::unique_ptr<HelperTask> initWithPath(std::u16string_view path,
+                                                                std::u16string_view name,
+                                                                const Protocol* protocol,
+                                                                double timeout);
+  [[nodiscard]] static std::unique_ptr<HelperTask> initWithPath(std::u16string_view path,
+                                                                std::u16string_view name,
+                                                                const Protocol* protocol,
+                                                                double timeout, bool logging);
 
   // Ends the helper this object launched.
   ~HelperTask();
@@ -44,24 +56,26 @@ class HelperTask {
   HelperTask& operator=(const HelperTask&) = delete;
 
   // Ends any helper launched before, launches a new one and polls for its name 40 times at
-  // 0.05-second intervals. The proxy, prepared with `timeout`; null when the helper could not be
-  // launched (logged), ended at once or while polling, or did not register in time (logged
+  // 0.05-second intervals, accepting only the helper it launched (another helper holding the
+  // name may be ended by its own launcher at any time; ours takes the name over when that one
+  // ends). The proxy, prepared with `timeout`; null when the helper could not be launched
+  // (logged), ended at once or while polling, or did not get the name in time (logged
   // "Connection to <executable> failed."; that helper is left running until `terminate`).
-  std::shared_ptr<Proxy> launch();
-  std::shared_ptr<Proxy> launchUsingTimeout(double timeout);
+  [[nodiscard]] std::shared_ptr<Proxy> launch();
+  [[nodiscard]] std::shared_ptr<Proxy> launchUsingTimeout(double timeout);
   // The proxy of a helper that is running already (launched by anyone), prepared with
   // `timeout`; null when none is reachable. Starts nothing.
-  std::shared_ptr<Proxy> launchedProxy();
-  std::shared_ptr<Proxy> launchedProxyUsingTimeout(double timeout);
+  [[nodiscard]] std::shared_ptr<Proxy> launchedProxy();
+  [[nodiscard]] std::shared_ptr<Proxy> launchedProxyUsingTimeout(double timeout);
   // launchedProxy, or else launch.
-  std::shared_ptr<Proxy> proxy();
-  std::shared_ptr<Proxy> proxyUsingTimeout(double timeout);
+  [[nodiscard]] std::shared_ptr<Proxy> proxy();
+  [[nodiscard]] std::shared_ptr<Proxy> proxyUsingTimeout(double timeout);
   // Sets both time-outs of `proxy` to `timeout` when it is positive, and the protocol when set.
   void _initProxy(Proxy& proxy, double timeout) const;
 
   // Whether the running helper says it is busy; false when none is reachable, it does not
   // respond to "stillBusy" or the question fails.
-  bool stillBusy();
+  [[nodiscard]] bool stillBusy();
   // Waits in 0.05-second steps while the running helper says it is busy, at most `seconds`.
   // Failures end the wait silently.
   void waitUntilDone(double seconds);

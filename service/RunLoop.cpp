@@ -83,11 +83,14 @@ bool RunLoop::runMode(std::u16string_view mode, Clock::time_point limitDate) {
     handler();
   }
   auto now = Clock::now();
-  std::vector<Id> due;
+  std::vector<std::pair<Clock::time_point, Id>> due;
   for (const auto& [id, entry] : entries_) {
-    if (entry.fd < 0 && entry.mode == mode && entry.fireDate <= now) due.push_back(id);
+    if (entry.fd < 0 && entry.mode == mode && entry.fireDate <= now)
+      due.emplace_back(entry.fireDate, id);
   }
-  for (Id id : due) {
+  // Timers that fell due together (the thread was busy or descheduled) fire in date order.
+  std::sort(due.begin(), due.end());
+  for (auto [date, id] : due) {
     auto found = entries_.find(id);
     if (found == entries_.end()) continue;
     auto handler = std::move(found->second.handler);

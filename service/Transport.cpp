@@ -3,6 +3,8 @@
 #include <errno.h>
 #include <limits.h>
 #include <poll.h>
+#include <sys/mman.h>
+#include <sys/stat.h>
 #include <sys/uio.h>
 #include <unistd.h>
 
@@ -10,16 +12,16 @@
 #include <climits>
 #include <cmath>
 #include <cstddef>
+#include <cstdio>
+#include <cstdlib>
 #include <cstring>
+#include <new>
 
 #include "Classes/BinaryPropertyList.h"
 #include "Classes/Unicode.h"
 
 namespace ferncast {
 namespace {
-
-// Bytes read at a time while a frame's header is not in yet.
-constexpr std::size_t kChunk = 64 * 1024;
 
 std::optional<OutgoingFrame> frameOf(Value message) {
   OutgoingFrame frame;
@@ -158,16 +160,65 @@ std::optional<Reply> decodeReply(const std::uint8_t* body, std::size_t length) {
   return reply;
 }
 
-std::optional<EndpointAddress> endpointAddress(std::u16string_view name, uid_t uid) {
-  if (name.empty()) return std::nullopt;
-  std::string path = utf16ToUtf8(name) + "/" + std::to_string(uid);
-  EndpointAddress endpoint{};
-  // The first byte of sun_path stays 0: an abstract address, without a trailing 0.
-  if (path.size() + 1 > sizeof endpoint.address.sun_path) return std::nullopt;
+namespace {
+
+// XDG_RUNTIME_DIR when it names a folder of this user that nobody else may enter.
+std::optional<std::string> runtimeFolder() {
+  const char* folder = std::getenv("XDG_RUNTIME_DIR");
+  struct stat facts {};
+  if (!folder || folder[0] != '/' || lstat(folder, &facts) != 0 || !S_ISDIR(facts.st_mode) ||
+      facts.st_uid != geteuid() || (facts.st_mode & 077) != 0) {
+    return std::nullopt;
+  }
+  return std::string(folder);
+}
+
+std::string modeText(mode_t mode) {
+  char text[8];
+  std::snprintf(text, sizeof text, "%04o", static_cast<unsigned>(mode & 07777));
+  return text;
+}
+
+}  // namespace
+
+std::optional<Endpoint> endpointFor(std::u16string_view name) {
+  if (name.empty() || name == u"." || name == u".." ||
+      name.find_first_of(std::u16string_view(u"/\0", 2)) != std::u16string_view::npos) {
+    return std::nullopt;
+  }
+  Endpoint endpoint{};
+  auto runtime = runtimeFolder();
+  endpoint.folder = runtime ? *runtime + "/ferncast" : "/tmp/ferncast-" + std::to_string(geteuid());
+  endpoint.socketPath = endpoint.folder + "/" + utf16ToUtf8(name);
+  endpoint.lockPath = endpoint.socketPath + ".lock";
+  if (endpoint.socketPath.size() + 1 > sizeof endpoint.address.sun_path) return std::nullopt;
   endpoint.address.sun_family = AF_UNIX;
-  std::memcpy(endpoint.address.sun_path + 1, path.data(), path.size());
-  endpoint.length = static_cast<socklen_t>(offsetof(sockaddr_un, sun_path) + 1 + path.size());
+  std::memcpy(endpoint.address.sun_path, endpoint.socketPath.c_str(),
+              endpoint.socketPath.size() + 1);
+  endpoint.length =
+      static_cast<socklen_t>(offsetof(sockaddr_un, sun_path) + endpoint.socketPath.size() + 1);
   return endpoint;
+}
+
+bool preparePrivateFolder(const std::string& folder, std::string& why) {
+  if (mkdir(folder.c_str(), 0700) != 0 && errno != EEXIST) {
+    why = "cannot make " + folder + ": " + std::strerror(errno);
+    return false;
+  }
+  // Checked after making it: whoever made it first, it must be ours and closed to others.
+  struct stat facts {};
+  if (lstat(folder.c_str(), &facts) != 0) {
+    why = "cannot read " + folder + ": " + std::strerror(errno);
+  } else if (!S_ISDIR(facts.st_mode)) {
+    why = folder + " is no folder";
+  } else if (facts.st_uid != geteuid()) {
+    why = folder + " belongs to user " + std::to_string(facts.st_uid);
+  } else if ((facts.st_mode & 077) != 0) {
+    why = folder + " is open to other users (mode " + modeText(facts.st_mode) + ")";
+  } else {
+    return true;
+  }
+  return false;
 }
 
 std::optional<PeerCredentials> peerCredentials(int fd) {
@@ -189,32 +240,9 @@ Deadline deadlineAfter(double seconds) {
                    std::chrono::duration<double>(seconds));
 }
 
-namespace {
+// ---- FrameWriter ----
 
-// Writes the pieces in order, resuming after partial writes.
-IoStatus sendPieces(int fd, std::vector<iovec>& pieces, Deadline deadline) {
-  std::size_t next = 0;
-  while (next < pieces.size()) {
-    msghdr message{};
-    message.msg_iov = pieces.data() + next;
-    message.msg_iovlen = std::min<std::size_t>(pieces.size() - next, IOV_MAX);
-    ssize_t n = sendmsg(fd, &message, MSG_NOSIGNAL);
-    if (n < 0) {
-      if (errno == EINTR) continue;
-      if (errno != EAGAIN && errno != EWOULDBLOCK) return IoStatus::kClosed;
-      if (!waitFor(fd, POLLOUT, deadline)) return IoStatus::kTimedOut;
-      continue;
-    }
-    auto sent = static_cast<std::size_t>(n);
-    while (next < pieces.size() && sent >= pieces[next].iov_len)
-      sent -= pieces[next++].iov_len;
-    if (next < pieces.size()) {
-      pieces[next].iov_base = static_cast<std::uint8_t*>(pieces[next].iov_base) + sent;
-      pieces[next].iov_len -= sent;
-    }
-  }
-  return IoStatus::kDone;
-}
+namespace {
 
 iovec piece(const std::uint8_t* bytes, std::size_t length) {
   return iovec{const_cast<std::uint8_t*>(bytes), length};
@@ -222,28 +250,113 @@ iovec piece(const std::uint8_t* bytes, std::size_t length) {
 
 }  // namespace
 
-IoStatus sendAll(int fd, const std::uint8_t* bytes, std::size_t length, Deadline deadline) {
-  std::vector<iovec> pieces{piece(bytes, length)};
-  return sendPieces(fd, pieces, deadline);
+void FrameWriter::push(OutgoingFrame frame) {
+  pending_ += frame.size();
+  frames_.push_back(std::move(frame));
+  if (frames_.size() == 1) preparePieces();
 }
 
-IoStatus sendFrame(int fd, const OutgoingFrame& frame, Deadline deadline) {
-  std::vector<iovec> pieces;
+void FrameWriter::preparePieces() {
+  pieces_.clear();
+  nextPiece_ = 0;
+  if (frames_.empty()) return;
+  const OutgoingFrame& frame = frames_.front();
   std::size_t position = 0;
   for (const Splice& splice : frame.splices) {
-    pieces.push_back(piece(frame.bytes.data() + position, splice.position - position));
-    pieces.push_back(piece(splice.bytes, splice.length));
+    pieces_.push_back(piece(frame.bytes.data() + position, splice.position - position));
+    pieces_.push_back(piece(splice.bytes, splice.length));
     position = splice.position;
   }
-  pieces.push_back(piece(frame.bytes.data() + position, frame.bytes.size() - position));
-  return sendPieces(fd, pieces, deadline);
+  pieces_.push_back(piece(frame.bytes.data() + position, frame.bytes.size() - position));
+}
+
+FrameWriter::Status FrameWriter::writeAvailable(int fd) {
+  while (!frames_.empty()) {
+    msghdr message{};
+    message.msg_iov = pieces_.data() + nextPiece_;
+    message.msg_iovlen = std::min<std::size_t>(pieces_.size() - nextPiece_, IOV_MAX);
+    ssize_t n = sendmsg(fd, &message, MSG_NOSIGNAL | MSG_DONTWAIT);
+    if (n < 0) {
+      if (errno == EINTR) continue;
+      return errno == EAGAIN || errno == EWOULDBLOCK ? Status::kWouldBlock : Status::kClosed;
+    }
+    auto sent = static_cast<std::size_t>(n);
+    pending_ -= sent;
+    while (nextPiece_ < pieces_.size() && sent >= pieces_[nextPiece_].iov_len)
+      sent -= pieces_[nextPiece_++].iov_len;
+    if (nextPiece_ < pieces_.size()) {
+      pieces_[nextPiece_].iov_base =
+          static_cast<std::uint8_t*>(pieces_[nextPiece_].iov_base) + sent;
+      pieces_[nextPiece_].iov_len -= sent;
+    } else {
+      frames_.pop_front();
+      preparePieces();
+    }
+  }
+  return Status::kDone;
+}
+
+FrameWriter::Status FrameWriter::writeAll(int fd, Deadline deadline) {
+  Status status;
+  while ((status = writeAvailable(fd)) == Status::kWouldBlock) {
+    if (!waitFor(fd, POLLOUT, deadline)) return Status::kTimedOut;
+  }
+  return status;
+}
+
+FrameWriter::Status sendFrame(int fd, OutgoingFrame frame, Deadline deadline) {
+  FrameWriter writer;
+  writer.push(std::move(frame));
+  return writer.writeAll(fd, deadline);
+}
+
+// ---- FrameReader ----
+
+FrameReader::~FrameReader() {
+  release();
+}
+
+void FrameReader::release() {
+  if (mapped_) {
+    munmap(buffer_, capacity_);
+  } else {
+    delete[] buffer_;
+  }
+  buffer_ = nullptr;
+  capacity_ = 0;
+  mapped_ = false;
+}
+
+bool FrameReader::reserve(std::size_t capacity) {
+  if (capacity_ >= capacity) return true;
+  std::uint8_t* larger = nullptr;
+  bool mapped = capacity > kReadChunk;
+  if (mapped) {
+    // Untouched pages cost nothing: a frame announced but never sent holds no memory.
+    void* pages = mmap(nullptr, capacity, PROT_READ | PROT_WRITE,
+                       MAP_PRIVATE | MAP_ANONYMOUS | MAP_NORESERVE, -1, 0);
+    if (pages == MAP_FAILED) return false;
+    larger = static_cast<std::uint8_t*>(pages);
+  } else {
+    larger = new (std::nothrow) std::uint8_t[capacity];
+    if (!larger) return false;
+  }
+  if (filled_) std::memcpy(larger, buffer_, filled_);
+  release();
+  buffer_ = larger;
+  capacity_ = capacity;
+  mapped_ = mapped;
+  return true;
 }
 
 FrameReader::Status FrameReader::check() {
   if (frameLength_ == 0) {
     if (filled_ < kFrameHeaderLength) return Status::kWouldBlock;
-    auto body = frameBodyLength(buffer_.get());
-    if (!body) return Status::kOversized;
+    announced_ = 0;
+    for (std::size_t i = 0; i < kFrameHeaderLength; ++i)
+      announced_ = announced_ << 8 | buffer_[i];
+    auto body = frameBodyLength(buffer_);
+    if (!body) return Status::kBadLength;
     frameLength_ = kFrameHeaderLength + *body;
   }
   return filled_ >= frameLength_ ? Status::kFrame : Status::kWouldBlock;
@@ -253,24 +366,18 @@ bool FrameReader::hasFrame() {
   return check() == Status::kFrame;
 }
 
-void FrameReader::reserve(std::size_t capacity) {
-  if (capacity_ >= capacity) return;
-  // Not value-initialised: pages of a large frame become resident only as bytes arrive.
-  std::unique_ptr<std::uint8_t[]> larger(new std::uint8_t[capacity]);
-  if (filled_) std::memcpy(larger.get(), buffer_.get(), filled_);
-  buffer_ = std::move(larger);
-  capacity_ = capacity;
-}
-
-FrameReader::Status FrameReader::readAvailable(int fd) {
+FrameReader::Status FrameReader::readAvailable(int fd, std::size_t limit) {
+  limit = std::max(limit, kReadChunk);
   for (;;) {
     Status status = check();
     if (status != Status::kWouldBlock) return status;
     // A chunk while the header is not in (it may hold a whole small frame), else exactly the
-    // rest of the frame.
-    std::size_t want = frameLength_ ? frameLength_ - filled_ : kChunk - filled_;
-    reserve(filled_ + want);
-    ssize_t n = recv(fd, buffer_.get() + filled_, want, 0);
+    // rest of the frame, reserved at once.
+    std::size_t end = frameLength_ ? frameLength_ : kReadChunk;
+    if (!reserve(end)) return Status::kOverLimit;
+    std::size_t allowed = std::min(end, limit);
+    if (filled_ >= allowed) return Status::kOverLimit;
+    ssize_t n = recv(fd, buffer_ + filled_, allowed - filled_, MSG_DONTWAIT);
     if (n > 0) {
       filled_ += static_cast<std::size_t>(n);
     } else if (n == 0) {
@@ -295,17 +402,24 @@ FrameReader::Status FrameReader::readFrame(int fd, Deadline deadline) {
 
 void FrameReader::consumeFrame() {
   std::size_t rest = filled_ - frameLength_;
-  if (capacity_ > std::max(keptCapacity_, kChunk)) {
+  if (capacity_ > std::max(keptCapacity_, kReadChunk)) {
     // Give a large frame's memory back; what follows it came with the first chunk.
-    std::unique_ptr<std::uint8_t[]> smaller(new std::uint8_t[kChunk]);
-    std::memcpy(smaller.get(), buffer_.get() + frameLength_, rest);
-    buffer_ = std::move(smaller);
-    capacity_ = kChunk;
+    std::uint8_t* smaller = new std::uint8_t[kReadChunk];
+    std::memcpy(smaller, buffer_ + frameLength_, rest);
+    release();
+    buffer_ = smaller;
+    capacity_ = kReadChunk;
   } else if (rest) {
-    std::memmove(buffer_.get(), buffer_.get() + frameLength_, rest);
+    std::memmove(buffer_, buffer_ + frameLength_, rest);
   }
   filled_ = rest;
   frameLength_ = 0;
+}
+
+void FrameReader::reset() {
+  filled_ = 0;
+  frameLength_ = 0;
+  if (capacity_ > std::max(keptCapacity_, kReadChunk)) release();
 }
 
 }  // namespace ferncast

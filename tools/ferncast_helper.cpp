@@ -1,21 +1,25 @@
 // ferncast helper <operation> [arguments]: one request to the helper process.
 //
 // Uses the running ferncast-helper of this user when there is one, else launches the one beside
-// this executable for this command only (it ends with the command). Prints the reply as JSON
-// (null for nil). Exit status 1 when the reply is nil or NO or the helper raised an exception, 3
-// when the helper could not be reached or timed out. Paths are sent absolute; PDF, RTFD and HTML
-// files are read here and sent as data. --save-data DIR writes each data value to DIR/<key>
-// (nested keys joined with ".", a bare data reply named after the operation) and prints
+// this executable for this command only (it ends with the command). When the connection closes
+// before the reply, the request is made once more. Prints the reply as JSON (null for nil). Exit
+// status 1 when the reply is nil or NO or the helper raised an exception, 3 when the helper could
+// not be reached or timed out. Paths are sent absolute; PDF, RTFD and HTML files are read here and
+// sent as data. --save-data DIR writes each data value to DIR/<key> (nested keys joined with ".", a
+// bare data reply named after the operation) and prints
 // {"file": "<path>"} in its place.
 #include <limits.h>
 #include <unistd.h>
 
+#include <chrono>
 #include <filesystem>
 #include <fstream>
 #include <functional>
+#include <map>
 #include <memory>
 #include <optional>
 #include <string>
+#include <thread>
 
 #include "Classes/Unicode.h"
 #include "service/Connection.h"
@@ -42,9 +46,16 @@ std::u16string absolutePath(const std::string& path) {
   return argumentText(fs::absolute(path).lexically_normal().string());
 }
 
+// The bytes of a file, or of standard input for "-", read once even when the request is made
+// again.
 Data fileData(const std::string& path) {
-  std::string bytes = readInput(path);
-  return Data(bytes.begin(), bytes.end());
+  static std::map<std::string, Data> read;
+  auto found = read.find(path);
+  if (found == read.end()) {
+    std::string bytes = readInput(path);
+    found = read.emplace(path, Data(bytes.begin(), bytes.end())).first;
+  }
+  return found->second;
 }
 
 // Writes the data values inside `value` to files in `directory` and puts {"file": path} in
@@ -87,18 +98,38 @@ struct Options {
 
 using Call = std::function<std::optional<Value>(QuillImExport&, const Options&)>;
 
+// The proxy of a running helper, else of one launched for this command. When helpers launched at
+// the same moment by other commands hold the name, ours waits for it (and is ended with the
+// command): use whichever helper holds the name, once one does.
+std::shared_ptr<Proxy> reach(HelperTask& task) {
+  if (auto proxy = task.proxy()) return proxy;
+  auto deadline = std::chrono::steady_clock::now() + std::chrono::seconds(15);
+  while (task.task() && task.task()->isRunning()) {
+    if (auto proxy = task.launchedProxy()) return proxy;
+    if (std::chrono::steady_clock::now() >= deadline) break;
+    std::this_thread::sleep_for(std::chrono::milliseconds(50));
+  }
+  return nullptr;
+}
+
 void request(const char* operation, const Options& options, const Call& call) {
   auto task = HelperTask::initWithPath(helperPath(), kFerncastHelperName, &kQuillImExport);
-  std::shared_ptr<Proxy> proxy = task->proxy();
-  if (!proxy) finish(kUnreachable, "the helper could not be reached");
-  QuillImExportProxy helper(proxy);
   std::optional<Value> reply;
-  try {
-    reply = call(helper, options);
-  } catch (const ConnectionError& e) {
-    finish(kUnreachable, std::string("helper: ") + e.what());
-  } catch (const RemoteException& e) {
-    finish(kNegative, "the helper raised " + e.name() + ": " + e.reason());
+  // A helper found running may be ended by whoever launched it while it works for us: when the
+  // connection closes before the reply, ask once more.
+  for (int attempt = 1;; ++attempt) {
+    std::shared_ptr<Proxy> proxy = reach(*task);
+    if (!proxy) finish(kUnreachable, "the helper could not be reached");
+    QuillImExportProxy helper(proxy);
+    try {
+      reply = call(helper, options);
+      break;
+    } catch (const ConnectionError& e) {
+      if (e.kind() == ConnectionError::Kind::kClosed && attempt == 1) continue;
+      finish(kUnreachable, std::string("helper: ") + e.what());
+    } catch (const RemoteException& e) {
+      finish(kNegative, "the helper raised " + e.name() + ": " + e.reason());
+    }
   }
   if (!reply) {
     printJson(Null{});

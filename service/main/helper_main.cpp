@@ -1,7 +1,10 @@
 // ferncast-helper: the helper process. Vends one FerncastHelper under "FerncastHelper32" for
 // the user who runs it and answers its requests one at a time until it is terminated. Reads no
-// arguments, environment or settings. A second instance, finding the name taken, runs on without
-// a name.
+// arguments or settings; the environment only for XDG_RUNTIME_DIR, where its name lies. A second
+// instance, finding the name taken, runs on without a name and takes it when the first ends.
+// SIGTERM ends it as Connection::retireOnTermination says.
+#include <unistd.h>
+
 #include "service/Connection.h"
 #include "service/FerncastHelper.h"
 #include "service/RunLoop.h"
@@ -11,9 +14,11 @@ int main() {
   Connection connection;
   FerncastHelper helper;
   connection.setRootObject(&helper);
-  connection.registerName(kFerncastHelperName);  // a taken name is no reason to stop
   connection.setRequestTimeout(15.0);
   connection.setReplyTimeout(15.0);
-  for (;;)
-    RunLoop::current().run();
+  connection.retireOnTermination();
+  connection.registerName(kFerncastHelperName);  // a taken name is no reason to stop
+  while (!connection.retired())
+    RunLoop::current().runMode(kDefaultRunLoopMode, RunLoop::Clock::time_point::max());
+  _exit(0);  // everything is delivered; the libraries' exit handlers would only delay the end
 }

@@ -15,6 +15,7 @@
 #include <vector>
 
 #include "Classes/Unicode.h"
+#include "tests/ScratchDirectory.h"
 #include "webcontent/documents/FileWrapperFiles.h"
 
 namespace {
@@ -60,9 +61,7 @@ pid_t startWriter(const FileWrapper (&packages)[2], const std::u16string& destin
 }
 
 TEST(AtomicWrite, AKilledWriterLeavesTheOldPackageOrTheNewNeverATornOne) {
-  const fs::path folder = fs::path(::testing::TempDir()) / ("atomic_" + std::to_string(getpid()));
-  fs::remove_all(folder);
-  fs::create_directories(folder);
+  const ferncast::testing::ScratchDirectory folder("atomic");
   const std::u16string destination = utf8ToUtf16((folder / "p.rtfd").string());
   const FileWrapper packages[2] = {package(4, 'a'), package(2, 'b')};
   ASSERT_TRUE(writeFileWrapper(packages[0], destination, kNoFlush));
@@ -116,12 +115,10 @@ TEST(AtomicWrite, AKilledWriterLeavesTheOldPackageOrTheNewNeverATornOne) {
   // The next write clears what the killed writers left beside the package.
   ASSERT_TRUE(writeFileWrapper(packages[0], destination, kNoFlush));
   std::vector<std::string> names;
-  for (const auto& entry : fs::directory_iterator(folder)) {
+  for (const auto& entry : fs::directory_iterator(folder.path())) {
     names.push_back(entry.path().filename().string());
   }
   EXPECT_EQ(names, std::vector<std::string>{"p.rtfd"});
-  std::error_code error;
-  fs::remove_all(folder, error);
 }
 
 }  // namespace

@@ -4,13 +4,12 @@
 #include "webcontent/documents/DocumentReader.h"
 
 #include <gtest/gtest.h>
-#include <unistd.h>
 
 #include <filesystem>
-#include <fstream>
 #include <string>
 
 #include "Classes/Unicode.h"
+#include "tests/ScratchDirectory.h"
 #include "webcontent/documents/FileWrapperFiles.h"
 #include "webcontent/documents/RTFD.h"
 
@@ -19,26 +18,16 @@ namespace {
 using namespace ferncast;
 namespace fs = std::filesystem;
 
+// Files of one test, named in UTF-16 as the reader takes them.
 class DocumentReader : public ::testing::Test {
  protected:
-  void SetUp() override {
-    directory_ = fs::path(::testing::TempDir()) / ("documents_" + std::to_string(getpid()));
-    fs::remove_all(directory_);
-    fs::create_directories(directory_);
-  }
-  void TearDown() override {
-    std::error_code error;
-    fs::remove_all(directory_, error);
-  }
   std::u16string write(const std::string& name, std::string_view bytes) const {
-    std::ofstream(directory_ / name, std::ios::binary)
-        .write(bytes.data(), static_cast<std::streamsize>(bytes.size()));
-    return path(name);
+    return utf8ToUtf16(scratch_.write(name, bytes).string());
   }
   std::u16string path(const std::string& name) const {
-    return utf8ToUtf16((directory_ / name).string());
+    return utf8ToUtf16((scratch_ / name).string());
   }
-  fs::path directory_;
+  ferncast::testing::ScratchDirectory scratch_{"documents"};
 };
 
 std::string rtfdData(std::u16string_view text) {
@@ -137,7 +126,7 @@ TEST_F(DocumentReader, ReadsPackagesAndWebArchiveImages) {
 }
 
 TEST_F(DocumentReader, WhatNoFormatReadsIsNil) {
-  fs::create_directories(directory_ / "folder");
+  fs::create_directories(scratch_ / "folder");
   const std::string png("\x89PNG\r\n\x1a\n\0\0\0\rIHDR", 16);
   for (const std::u16string& p :
        {path("absent"), path("folder"), write("image.png", png), std::u16string()}) {

@@ -12,6 +12,8 @@
 #include <string>
 #include <vector>
 
+#include "Classes/Unicode.h"
+#include "tests/ScratchDirectory.h"
 #include "webcontent/documents/FileWrapperFiles.h"
 #include "webcontent/documents/Serializer.h"
 
@@ -216,28 +218,18 @@ TEST(FileWrapper, TakenNamesGetTheNumberedPrefixAndBadNamesAFallback) {
 
 class FileWrapperOnDisk : public ::testing::Test {
  protected:
-  void SetUp() override {
-    directory_ = fs::path(::testing::TempDir()) / ("filewrapper_" + std::to_string(getpid()));
-    fs::remove_all(directory_);
-    fs::create_directories(directory_);
-  }
-  void TearDown() override {
-    std::error_code error;
-    fs::remove_all(directory_, error);
-  }
   std::u16string path(const std::string& name) const {
-    const std::string p = (directory_ / name).string();
-    return std::u16string(p.begin(), p.end());
+    return utf8ToUtf16((scratch_ / name).string());
   }
   std::vector<std::string> entries() const {
     std::vector<std::string> names;
-    for (const auto& entry : fs::directory_iterator(directory_)) {
+    for (const auto& entry : fs::directory_iterator(scratch_.path())) {
       names.push_back(entry.path().filename().string());
     }
     std::sort(names.begin(), names.end());
     return names;
   }
-  fs::path directory_;
+  ferncast::testing::ScratchDirectory scratch_{"filewrapper"};
 };
 
 TEST_F(FileWrapperOnDisk, PackageToDataToPackageKeepsEveryFileByteForByte) {
@@ -278,9 +270,9 @@ TEST_F(FileWrapperOnDisk, WritingReplacesWhateverWasThereWhole) {
   EXPECT_EQ(read->child(u"TXT.rtf")->contents, bytes("new"));
 
   // A plain file in the way is replaced too, and no temporary is left beside it.
-  std::ofstream(directory_ / "q.rtfd") << "a file";
+  std::ofstream(scratch_ / "q.rtfd") << "a file";
   ASSERT_TRUE(writeFileWrapper(fresh, path("q.rtfd")));
-  EXPECT_TRUE(fs::is_directory(directory_ / "q.rtfd"));
+  EXPECT_TRUE(fs::is_directory(scratch_ / "q.rtfd"));
   EXPECT_EQ(entries(), (std::vector<std::string>{"p.rtfd", "q.rtfd"}));
 }
 
@@ -295,16 +287,16 @@ TEST_F(FileWrapperOnDisk, FailedWritesLeaveNothingAndStaleTemporariesAreCleared)
 
   // A temporary of a writer that died (no such process) goes at the next write of that path; one
   // of a live process stays.
-  fs::create_directories(directory_ / ".p.rtfd.ferncast-999999999-abcdef");
+  fs::create_directories(scratch_ / ".p.rtfd.ferncast-999999999-abcdef");
   const std::string live = ".p.rtfd.ferncast-" + std::to_string(getppid()) + "-abcdef";
-  fs::create_directories(directory_ / live);
+  fs::create_directories(scratch_ / live);
   ASSERT_TRUE(writeFileWrapper(samplePackage(), path("p.rtfd")));
   EXPECT_EQ(entries(), (std::vector<std::string>{live, "p.rtfd"}));
 }
 
 TEST_F(FileWrapperOnDisk, LinksAreKeptAsLinksAndOtherFilesAreRefused) {
-  fs::create_directories(directory_ / "p.rtfd");
-  fs::create_symlink("/etc/passwd", directory_ / "p.rtfd" / "link");
+  fs::create_directories(scratch_ / "p.rtfd");
+  fs::create_symlink("/etc/passwd", scratch_ / "p.rtfd" / "link");
   std::optional<FileWrapper> read = fileWrapperWithPath(path("p.rtfd"));
   ASSERT_TRUE(read);
   ASSERT_TRUE(read->child(u"link"));
@@ -314,7 +306,7 @@ TEST_F(FileWrapperOnDisk, LinksAreKeptAsLinksAndOtherFilesAreRefused) {
   EXPECT_FALSE(fileWrapperWithPath(path("absent")));
   FileWrapperReadLimits small;
   small.maxBytes = 10;
-  std::ofstream(directory_ / "p.rtfd" / "big") << "more than ten bytes";
+  std::ofstream(scratch_ / "p.rtfd" / "big") << "more than ten bytes";
   EXPECT_FALSE(fileWrapperWithPath(path("p.rtfd"), small));
 }
 

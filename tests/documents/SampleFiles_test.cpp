@@ -2,15 +2,13 @@
 // RTFD package as the platform saves it (tests/documents/data). Their text agrees with unrtf's,
 // and the package survives data and disk byte for byte.
 #include <gtest/gtest.h>
-#include <unistd.h>
 
 #include <cstdio>
 #include <filesystem>
-#include <fstream>
-#include <iterator>
 #include <string>
 
 #include "Classes/Unicode.h"
+#include "tests/ScratchDirectory.h"
 #include "webcontent/documents/DocumentReader.h"
 #include "webcontent/documents/FileWrapperFiles.h"
 #include "webcontent/documents/RTFD.h"
@@ -21,11 +19,6 @@ using namespace ferncast;
 namespace fs = std::filesystem;
 
 const fs::path kData = fs::path(FERNCAST_SOURCE_DIR) / "tests/documents/data";
-
-std::string readFile(const fs::path& path) {
-  std::ifstream in(path, std::ios::binary);
-  return std::string(std::istreambuf_iterator<char>(in), std::istreambuf_iterator<char>());
-}
 
 // unrtf's plain text of a file: what follows the dashes that end its header; nullopt without unrtf.
 std::optional<std::string> unrtfText(const fs::path& path) {
@@ -141,7 +134,8 @@ TEST(SampleFiles, PlatformPackageReadsAndSurvivesDataAndDiskByteForByte) {
   const TextAttachment& red = *s->attributesAtIndex(30).attachment;
   EXPECT_EQ(green.fileWrapper->preferredFilename, u"dot.png");
   EXPECT_EQ(red.fileWrapper->preferredFilename, u"dot.png");
-  const std::string greenBytes = readFile(kData / "platform.rtfd/dot.png");
+  const std::string greenBytes =
+      ferncast::testing::ScratchDirectory::read(kData / "platform.rtfd/dot.png");
   EXPECT_EQ(green.fileWrapper->contents, Data(greenBytes.begin(), greenBytes.end()));
   EXPECT_NE(green.fileWrapper->contents, red.fileWrapper->contents);
   EXPECT_EQ(green.width, 1);
@@ -153,18 +147,16 @@ TEST(SampleFiles, PlatformPackageReadsAndSurvivesDataAndDiskByteForByte) {
   const Data data = serializedRepresentation(*folder);
   std::optional<FileWrapper> fromData = fileWrapperWithSerializedRepresentation(data);
   ASSERT_TRUE(fromData);
-  const fs::path copy = fs::path(::testing::TempDir()) / ("copy_" + std::to_string(getpid()));
-  fs::create_directories(copy);
+  const ferncast::testing::ScratchDirectory copy("package");
   ASSERT_TRUE(writeFileWrapper(*fromData, utf8ToUtf16((copy / "p.rtfd").string())));
   std::size_t files = 0;
   for (const auto& entry : fs::directory_iterator(kData / "platform.rtfd")) {
-    EXPECT_EQ(readFile(copy / "p.rtfd" / entry.path().filename()), readFile(entry.path()))
+    EXPECT_EQ(ferncast::testing::ScratchDirectory::read(copy / "p.rtfd" / entry.path().filename()),
+              ferncast::testing::ScratchDirectory::read(entry.path()))
         << entry.path();
     ++files;
   }
   EXPECT_EQ(files, 3u);
-  std::error_code error;
-  fs::remove_all(copy, error);
 }
 
 }  // namespace

@@ -18,7 +18,7 @@ using media_test::writeFile;
 Value paths(std::initializer_list<std::string> names) {
   Array list;
   for (const std::string& name : names)
-    list.emplace_back(utf8ToUtf16(name));
+    list.push_back(Value(std::u16string_view(utf8ToUtf16(name))));
   return Value(std::move(list));
 }
 

@@ -61,7 +61,9 @@ TEST(PostScriptProgram, BoundingBoxFromTheCommentsThatCount) {
   for (const auto& c : cases) {
     const std::optional<PostScriptProgram> program = readPostScriptProgram(bytesOf(c.bytes));
     EXPECT_EQ(program.has_value(), c.program) << c.name;
-    if (program) EXPECT_EQ(program->boundingBox, c.box) << c.name;
+    if (program) {
+      EXPECT_EQ(program->boundingBox, c.box) << c.name;
+    }
   }
   EXPECT_EQ(readPostScriptProgram(bytesOf(dosEPS("%!PS\n")))->text, bytesOf("%!PS\n"));
 }

@@ -53,6 +53,18 @@ TEST(RunLoop, TimersFireInOrderAndOnce) {
   EXPECT_EQ(fired, (std::vector<int>{1, 2, 3}));
 }
 
+TEST(RunLoop, TimersDueTogetherFireInDateOrder) {
+  // As after the thread was busy: every timer is due when the loop runs.
+  RunLoop& loop = RunLoop::current();
+  std::vector<int> fired;
+  auto past = Clock::now() - milliseconds(100);
+  loop.addTimer(past + milliseconds(30), [&] { fired.push_back(3); });
+  loop.addTimer(past + milliseconds(10), [&] { fired.push_back(1); });
+  loop.addTimer(past + milliseconds(20), [&] { fired.push_back(2); });
+  EXPECT_TRUE(loop.runMode(kDefaultRunLoopMode, Clock::now()));
+  EXPECT_EQ(fired, (std::vector<int>{1, 2, 3}));
+}
+
 TEST(RunLoop, SourcesRunOnlyWhenReadyEnabledAndInTheirMode) {
   RunLoop& loop = RunLoop::current();
   Pipe pipe;

@@ -1,15 +1,16 @@
 // Shared by the service tests: helper processes started for a test, raw sockets to them, and a
-// private network namespace for tests that need the real helper's fixed name.
+// runtime folder of the test process's own, so that helpers under the fixed name meet no other.
 #pragma once
 
 #include <fcntl.h>
 #include <gtest/gtest.h>
-#include <sched.h>
 #include <sys/socket.h>
+#include <sys/un.h>
 #include <unistd.h>
 
 #include <chrono>
 #include <cstdlib>
+#include <cstring>
 #include <filesystem>
 #include <fstream>
 #include <iterator>
@@ -34,12 +35,23 @@ inline std::u16string uniqueName() {
   return utf8ToUtf16("FerncastTest-" + std::to_string(getpid()) + "-" + std::to_string(++counter));
 }
 
-// Moves this process into a network namespace of its own, whose abstract socket names no other
-// process sees; false when that is not permitted.
-inline bool isolateNetwork() {
-  static const bool isolated = unshare(CLONE_NEWNET) == 0;
-  return isolated;
+// Points XDG_RUNTIME_DIR at a fresh private folder for this process and the helpers it starts,
+// and removes it when the process ends. Done once, before any test runs.
+inline const std::string& ownRuntimeFolder() {
+  static const std::string folder = [] {
+    std::string path = ::testing::TempDir() + "ferncast-runtime-XXXXXX";
+    if (!mkdtemp(path.data())) return std::string();
+    setenv("XDG_RUNTIME_DIR", path.c_str(), 1);
+    static const std::string removed = path;
+    std::atexit([] {
+      std::error_code ignored;
+      std::filesystem::remove_all(removed, ignored);
+    });
+    return path;
+  }();
+  return folder;
 }
+inline const bool kOwnRuntimeFolder = !ownRuntimeFolder().empty();
 
 // The proxy of `name`, polled for up to two seconds.
 inline std::shared_ptr<Proxy> waitForProxy(std::u16string_view name) {
@@ -58,7 +70,8 @@ class HelperProcess {
     std::u16string name;              // registered name (test helper only)
     std::string mode;                 // "", "silent" or "squat" (test helper only)
     std::string timeout = "15";       // the connection's time-outs (test helper only)
-    std::string squatUid;             // "squat": whose endpoint
+    std::string idle = "60";          // the connection's idle time-out (test helper only)
+    std::string squatPath;            // "squat": where to listen
     std::vector<std::string> prefix;  // a program that runs the helper, such as setpriv
   };
 
@@ -69,7 +82,8 @@ class HelperProcess {
     setenv("FERNCAST_TEST_HELPER_NAME", utf16ToUtf8(settings_.name).c_str(), 1);
     setenv("FERNCAST_TEST_HELPER_MODE", settings_.mode.c_str(), 1);
     setenv("FERNCAST_TEST_HELPER_TIMEOUT", settings_.timeout.c_str(), 1);
-    setenv("FERNCAST_TEST_HELPER_UID", settings_.squatUid.c_str(), 1);
+    setenv("FERNCAST_TEST_HELPER_IDLE", settings_.idle.c_str(), 1);
+    setenv("FERNCAST_TEST_HELPER_SQUAT", settings_.squatPath.c_str(), 1);
     std::vector<std::string> command = settings_.prefix;
     command.push_back(settings_.executable);
     task_.setLaunchPath(utf8ToUtf16(command[0]));
@@ -121,19 +135,25 @@ inline long peakResidentKilobytes(pid_t pid) {
   return -1;
 }
 
-// A blocking socket connected to the endpoint of `name` for `uid`, without any check; -1 when
-// nothing listens there.
-inline int connectRaw(std::u16string_view name, uid_t uid) {
-  auto endpoint = endpointAddress(name, uid);
+// A blocking socket connected to the socket at `path`, or to the endpoint of `name`, without any
+// check; -1 when nothing listens there.
+inline int connectPath(const std::string& path) {
+  sockaddr_un address{};
+  address.sun_family = AF_UNIX;
   int fd = socket(AF_UNIX, SOCK_STREAM | SOCK_CLOEXEC, 0);
-  if (!endpoint || fd < 0 ||
-      connect(fd, reinterpret_cast<const sockaddr*>(&endpoint->address), endpoint->length) != 0) {
-    if (fd >= 0) close(fd);
+  if (path.size() >= sizeof address.sun_path || fd < 0) return -1;
+  std::memcpy(address.sun_path, path.c_str(), path.size() + 1);
+  if (connect(fd, reinterpret_cast<const sockaddr*>(&address), sizeof address) != 0) {
+    close(fd);
     return -1;
   }
   timeval limit{5, 0};  // a test that waits longer has failed anyway
   setsockopt(fd, SOL_SOCKET, SO_RCVTIMEO, &limit, sizeof limit);
   return fd;
+}
+inline int connectRaw(std::u16string_view name) {
+  auto endpoint = endpointFor(name);
+  return endpoint ? connectPath(endpoint->socketPath) : -1;
 }
 
 inline bool sendRaw(int fd, const std::vector<std::uint8_t>& bytes) {

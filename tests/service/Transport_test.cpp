@@ -4,14 +4,19 @@
 
 #include <gtest/gtest.h>
 #include <sys/socket.h>
+#include <sys/stat.h>
 #include <unistd.h>
 
 #include <algorithm>
+#include <cstdlib>
 #include <cstring>
+#include <filesystem>
+#include <fstream>
 #include <string>
 #include <thread>
 
 #include "Classes/BinaryPropertyList.h"
+#include "Classes/Unicode.h"
 
 namespace ferncast {
 namespace {
@@ -144,19 +149,100 @@ TEST(Transport, MessagesBeyondTheNestingLimitAreNotEncoded) {
   EXPECT_FALSE(encodeRequest({1, u"a:", {deep}}));
 }
 
-TEST(Transport, EndpointsDifferByNameAndUser) {
-  auto address = [](std::u16string_view name, uid_t uid) {
-    auto endpoint = endpointAddress(name, uid);
-    EXPECT_TRUE(endpoint);
-    EXPECT_EQ(endpoint->address.sun_path[0], '\0');  // abstract
-    return std::string(endpoint->address.sun_path,
-                       endpoint->length - offsetof(sockaddr_un, sun_path));
+TEST(Endpoint, NamesThatAreNoPlainFileNameAreRefused) {
+  const std::u16string names[] = {
+      u"", u".", u"..", u"a/b", u"/abs", std::u16string(u"a\0b", 3), std::u16string(200, u'x')};
+  for (const std::u16string& name : names) {
+    EXPECT_FALSE(endpointFor(name)) << utf16ToUtf8(name);
+  }
+  auto endpoint = endpointFor(u"FerncastHelper32");
+  ASSERT_TRUE(endpoint);
+  EXPECT_EQ(endpoint->socketPath, endpoint->folder + "/FerncastHelper32");
+  EXPECT_EQ(endpoint->lockPath, endpoint->socketPath + ".lock");
+  EXPECT_STREQ(endpoint->address.sun_path, endpoint->socketPath.c_str());
+}
+
+// XDG_RUNTIME_DIR for the length of a test.
+class RuntimeFolder : public ::testing::Test {
+ protected:
+  void SetUp() override {
+    const char* saved = std::getenv("XDG_RUNTIME_DIR");
+    if (saved) saved_ = saved;
+    root_ = ::testing::TempDir() + "endpoint-test-XXXXXX";
+    ASSERT_TRUE(mkdtemp(root_.data()));
+  }
+  void TearDown() override {
+    if (saved_) {
+      setenv("XDG_RUNTIME_DIR", saved_->c_str(), 1);
+    } else {
+      unsetenv("XDG_RUNTIME_DIR");
+    }
+    std::error_code ignored;
+    std::filesystem::remove_all(root_, ignored);
+  }
+  std::optional<std::string> saved_;
+  std::string root_;
+};
+
+TEST_F(RuntimeFolder, OnlyAPrivateRuntimeFolderOfThisUserIsUsed) {
+  std::string fallback = "/tmp/ferncast-" + std::to_string(geteuid());
+  std::string shared = root_ + "/shared";
+  ASSERT_EQ(mkdir(shared.c_str(), 0755), 0);
+  std::string link = root_ + "/link";
+  ASSERT_EQ(symlink(root_.c_str(), link.c_str()), 0);
+  struct Row {
+    const char* fault;
+    std::optional<std::string> runtime;
+    std::string folder;
   };
-  EXPECT_EQ(address(u"FerncastHelper32", 501), std::string("\0FerncastHelper32/501", 21));
-  EXPECT_NE(address(u"FerncastHelper32", 0), address(u"FerncastHelper32", 501));
-  EXPECT_NE(address(u"FerncastHelper32", 0), address(u"FerncastHelper33", 0));
-  EXPECT_FALSE(endpointAddress(u"", 0));
-  EXPECT_FALSE(endpointAddress(std::u16string(200, u'x'), 0));
+  const Row rows[] = {
+      {"private", root_, root_ + "/ferncast"},
+      {"unset", std::nullopt, fallback},
+      {"relative", "relative/folder", fallback},
+      {"open to others", shared, fallback},
+      {"a link", link, fallback},
+      {"missing", root_ + "/missing", fallback},
+  };
+  for (const Row& row : rows) {
+    if (row.runtime) {
+      setenv("XDG_RUNTIME_DIR", row.runtime->c_str(), 1);
+    } else {
+      unsetenv("XDG_RUNTIME_DIR");
+    }
+    EXPECT_EQ(endpointFor(u"Name")->folder, row.folder) << row.fault;
+  }
+}
+
+TEST_F(RuntimeFolder, FolderOfAnotherUserOrOpenToOthersIsRefused) {
+  auto folder = [&](const char* name, mode_t mode, uid_t owner) {
+    std::string path = root_ + "/" + name;
+    if (mkdir(path.c_str(), 0700) != 0 || chmod(path.c_str(), mode) != 0 ||
+        (owner != geteuid() && chown(path.c_str(), owner, owner) != 0)) {
+      ADD_FAILURE() << "cannot make " << path;
+    }
+    return path;
+  };
+  std::string file = root_ + "/file";
+  std::ofstream(file) << "x";
+  struct Row {
+    std::string path;
+    std::string why;  // empty when accepted
+  };
+  std::vector<Row> rows = {
+      {root_ + "/made", ""},
+      {folder("ours", 0700, geteuid()), ""},
+      {folder("open", 0755, geteuid()), "is open to other users (mode 0755)"},
+      {file, "is no folder"},
+  };
+  if (geteuid() == 0) rows.push_back({folder("strangers", 0700, 65534), "belongs to user 65534"});
+  for (const Row& row : rows) {
+    std::string why;
+    EXPECT_EQ(preparePrivateFolder(row.path, why), row.why.empty()) << row.path;
+    EXPECT_NE(why.find(row.why), std::string::npos) << why;
+  }
+  struct stat facts {};
+  ASSERT_EQ(stat((root_ + "/made").c_str(), &facts), 0);
+  EXPECT_EQ(facts.st_mode & 0777, 0700u);
 }
 
 class SocketPair : public ::testing::Test {
@@ -169,7 +255,7 @@ class SocketPair : public ::testing::Test {
     if (fds_[1] >= 0) close(fds_[1]);
   }
   void write(const std::vector<std::uint8_t>& bytes) {
-    ASSERT_EQ(sendAll(fds_[1], bytes.data(), bytes.size(), deadlineAfter(5)), IoStatus::kDone);
+    ASSERT_EQ(send(fds_[1], bytes.data(), bytes.size(), 0), static_cast<ssize_t>(bytes.size()));
   }
   int fds_[2] = {-1, -1};
 };
@@ -222,8 +308,9 @@ TEST_F(SocketPair, LargeFrameArrivesIntact) {
   reply.result = Value(payload);
   auto frame = encodeReply(reply);
   ASSERT_TRUE(frame);
-  std::thread writer(
-      [&] { EXPECT_EQ(sendFrame(fds_[1], *frame, deadlineAfter(5)), IoStatus::kDone); });
+  std::thread writer([&] {
+    EXPECT_EQ(sendFrame(fds_[1], std::move(*frame), deadlineAfter(5)), FrameWriter::Status::kDone);
+  });
   FrameReader reader{0};
   ASSERT_EQ(reader.readFrame(fds_[0], deadlineAfter(5)), FrameReader::Status::kFrame);
   writer.join();
@@ -235,7 +322,7 @@ TEST_F(SocketPair, LargeFrameArrivesIntact) {
 TEST_F(SocketPair, OversizedHeaderIsReportedBeforeTheBody) {
   write(header(kMaxFrameLength + 1));
   FrameReader reader{0};
-  EXPECT_EQ(reader.readAvailable(fds_[0]), FrameReader::Status::kOversized);
+  EXPECT_EQ(reader.readAvailable(fds_[0]), FrameReader::Status::kBadLength);
 }
 
 TEST_F(SocketPair, EndOfStreamAndDeadlineAreReported) {
@@ -249,11 +336,15 @@ TEST_F(SocketPair, EndOfStreamAndDeadlineAreReported) {
 }
 
 TEST_F(SocketPair, WriterGivesUpAtItsDeadlineAndOnAClosedPeer) {
-  std::vector<std::uint8_t> lots(8 << 20);  // more than the socket buffers hold
-  EXPECT_EQ(sendAll(fds_[1], lots.data(), lots.size(), deadlineAfter(0.05)), IoStatus::kTimedOut);
+  auto lots = [] {
+    Reply reply;
+    reply.result = Value(Data(8 << 20));  // more than the socket buffers hold
+    return std::move(*encodeReply(reply));
+  };
+  EXPECT_EQ(sendFrame(fds_[1], lots(), deadlineAfter(0.05)), FrameWriter::Status::kTimedOut);
   close(fds_[0]);
   fds_[0] = -1;
-  EXPECT_EQ(sendAll(fds_[1], lots.data(), lots.size(), deadlineAfter(5)), IoStatus::kClosed);
+  EXPECT_EQ(sendFrame(fds_[1], lots(), deadlineAfter(5)), FrameWriter::Status::kClosed);
 }
 
 }  // namespace

@@ -2,21 +2,27 @@
 // that only tests need. Unlike ferncast-helper it reads its environment:
 //   FERNCAST_TEST_HELPER_NAME     the name to register (default "FerncastHelper32")
 //   FERNCAST_TEST_HELPER_TIMEOUT  the connection's request and reply time-outs (default 15)
+//   FERNCAST_TEST_HELPER_IDLE     the connection's idle time-out (default 60)
 //   FERNCAST_TEST_HELPER_MODE     "silent": never register a name;
-//                                 "squat": only listen on the endpoint of the user id in
-//                                 FERNCAST_TEST_HELPER_UID, logging every byte count received
+//                                 "squat": only listen on the socket path in
+//                                 FERNCAST_TEST_HELPER_SQUAT, logging every byte count received
+// It logs "registered" or "running without a name" once it has asked for its name.
 // Operations besides QuillImExport, each answered with its ordinal among the answers that count
 // (the test operations) unless said otherwise:
-//   "ordinal"; "sleepFor:" (seconds, blocking); "runLoopFor:" (seconds, running the run loop);
+//   "ordinal"; "sleepFor:" (seconds, blocking; logs "sleeping"); "runLoopFor:" (seconds, running
+//   the run loop);
 //   "dataOfLength:" (bytes) -> data; "busyFor:" (seconds) -> YES; "stillBusy" -> Boolean;
 //   "exitNow" (the process ends with status 3 while answering).
 // supportsFile: raises for paths starting "/raise/" (named exception) and "/throw/" (a C++
 // standard exception).
+#include <errno.h>
 #include <sys/socket.h>
+#include <sys/un.h>
 #include <unistd.h>
 
 #include <chrono>
 #include <cstdlib>
+#include <cstring>
 #include <stdexcept>
 #include <string>
 #include <thread>
@@ -53,6 +59,7 @@ class TestHelper final : public FerncastHelper {
   std::optional<Value> invoke(std::u16string_view selector, Array arguments) override {
     if (selector == u"ordinal") return Value(++ordinal_);
     if (selector == u"sleepFor:") {
+      NSLog("sleeping");
       std::this_thread::sleep_for(std::chrono::duration<double>(number(arguments)));
       return Value(++ordinal_);
     }
@@ -93,14 +100,16 @@ class TestHelper final : public FerncastHelper {
   std::chrono::steady_clock::time_point busyUntil_;
 };
 
-// Holds another user's endpoint without answering, as a stranger could.
-int squat(std::u16string_view name, uid_t uid) {
-  auto endpoint = endpointAddress(name, uid);
+// Listens on a socket path, as a stranger who got there first would, and answers nothing.
+int squat(const std::string& path) {
+  sockaddr_un address{};
+  address.sun_family = AF_UNIX;
   int fd = socket(AF_UNIX, SOCK_STREAM | SOCK_CLOEXEC, 0);
-  if (!endpoint || fd < 0 ||
-      bind(fd, reinterpret_cast<const sockaddr*>(&endpoint->address), endpoint->length) != 0 ||
+  if (path.size() >= sizeof address.sun_path || fd < 0) return 1;
+  std::memcpy(address.sun_path, path.c_str(), path.size() + 1);
+  if (bind(fd, reinterpret_cast<const sockaddr*>(&address), sizeof address) != 0 ||
       listen(fd, 8) != 0) {
-    NSLog("cannot squat");
+    NSLog(std::string("cannot squat: ") + std::strerror(errno));
     return 1;
   }
   NSLog("squatting");
@@ -126,17 +135,19 @@ std::string environment(const char* name, const char* fallback) {
 int main() {
   std::u16string name = utf8ToUtf16(environment("FERNCAST_TEST_HELPER_NAME", "FerncastHelper32"));
   std::string mode = environment("FERNCAST_TEST_HELPER_MODE", "");
-  if (mode == "squat") {
-    return squat(name,
-                 static_cast<uid_t>(std::stoul(environment("FERNCAST_TEST_HELPER_UID", "0"))));
-  }
+  if (mode == "squat") return squat(environment("FERNCAST_TEST_HELPER_SQUAT", ""));
   double timeout = std::stod(environment("FERNCAST_TEST_HELPER_TIMEOUT", "15"));
   Connection connection;
   TestHelper helper;
   connection.setRootObject(&helper);
-  if (mode != "silent") connection.registerName(name);
   connection.setRequestTimeout(timeout);
   connection.setReplyTimeout(timeout);
-  for (;;)
-    RunLoop::current().run();
+  connection.setIdleTimeout(std::stod(environment("FERNCAST_TEST_HELPER_IDLE", "60")));
+  connection.retireOnTermination();
+  if (mode != "silent") {
+    NSLog(connection.registerName(name) ? "registered" : "running without a name");
+  }
+  while (!connection.retired())
+    RunLoop::current().runMode(kDefaultRunLoopMode, RunLoop::Clock::time_point::max());
+  _exit(0);  // everything is delivered; the libraries' exit handlers would only delay the end
 }

@@ -97,23 +97,23 @@ std::optional<Data> renderedData(const Image& image, const Options& o) {
   return drawn->representationUsingType(format->second, o.compression);
 }
 
-const char* representationName(ImageRepClass kind) {
+const char16_t* representationName(ImageRepClass kind) {
   switch (kind) {
     case ImageRepClass::kBitmap:
     case ImageRepClass::kIconRefBitmap:
-      return "bitmap";
+      return u"bitmap";
     case ImageRepClass::kPDF:
-      return "pdf";
+      return u"pdf";
     case ImageRepClass::kEPS:
-      return "eps";
+      return u"eps";
     case ImageRepClass::kPICT:
-      return "pict";
+      return u"pict";
     case ImageRepClass::kCached:
-      return "cached";
+      return u"cached";
     case ImageRepClass::kImageRep:
       break;
   }
-  return "other";
+  return u"other";
 }
 
 // The image of a file as the helper opens it: the PDF of a bundle, read by reference.
@@ -155,7 +155,7 @@ void addCommands(CLI::App& area) {
     const Rect bounds = image->bounds();
     Array representations;
     for (const auto& rep : image->representations())
-      representations.emplace_back(utf8ToUtf16(representationName(rep->repClass())));
+      representations.emplace_back(representationName(rep->repClass()));
     const bool valid = image->isReallyValid();
     printJson(Dictionary{
         {u"valid", valid},

@@ -38,7 +38,6 @@ enum class Destination : std::uint8_t {
   kLevelMarker,
   kListOverrideTable,
   kListOverride,
-  kIgnoreText,  // a known group whose own text means nothing (\info, \object's settings)
 };
 
 // The document attributes the \info fields fill.
@@ -128,7 +127,6 @@ enum class Word : std::uint8_t {
   kFieldInstruction,
   kFieldResult,
   kPicture,
-  kShapePicture,
   kNeXTGraphic,
   kListTable,
   kList,
@@ -137,7 +135,6 @@ enum class Word : std::uint8_t {
   kListOverrideTable,
   kListOverride,
   kBodyGroup,
-  kObject,
   kSkipGroup,
   // document
   kAnsi,
@@ -267,7 +264,7 @@ const std::unordered_map<std::string_view, Word>& words() {
       {"fldinst", Word::kFieldInstruction},
       {"fldrslt", Word::kFieldResult},
       {"pict", Word::kPicture},
-      {"shppict", Word::kShapePicture},
+      {"shppict", Word::kBodyGroup},
       {"NeXTGraphic", Word::kNeXTGraphic},
       {"listtable", Word::kListTable},
       {"list", Word::kList},
@@ -279,7 +276,7 @@ const std::unordered_map<std::string_view, Word>& words() {
       {"pntext", Word::kBodyGroup},
       {"result", Word::kBodyGroup},
       {"shprslt", Word::kBodyGroup},
-      {"object", Word::kObject},
+      {"object", Word::kBodyGroup},
       // Groups whose text is not document text.
       {"stylesheet", Word::kSkipGroup},
       {"header", Word::kSkipGroup},
@@ -917,10 +914,8 @@ void Reader::controlWord(std::string_view name, bool hasParameter, int parameter
       return;
     case Word::kFieldResult:
     case Word::kBodyGroup:
-    case Word::kShapePicture:
-      if (destination != Destination::kBody) skipGroup();
-      return;
-    case Word::kObject:
+      // Groups of document text (list markers, field results, pictures of shapes, objects'
+      // results): read where the document text is, skipped elsewhere.
       if (destination != Destination::kBody) skipGroup();
       return;
     case Word::kPicture:
